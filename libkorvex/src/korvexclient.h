@@ -1,0 +1,114 @@
+// Protocol client of one device agent: builds a Request, sends it over TCP
+// (port 22666, no framing), waits for the Reply and maps it to a result code.
+// The typed device operations used by the commands are declared here too and
+// implemented in deviceoperations.cpp.
+#pragma once
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QObject>
+#include <QString>
+#include <QVariant>
+
+#include "requests.pb.h"
+
+class QTcpSocket;
+
+class KorvexClient : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Result of every device request; 1 and 7 are success, 6 is never produced.
+    enum RequestResult : int {
+        Ok = 1,
+        GenericError = 2,
+        NetworkError = 3,
+        SerializationError = 4,
+        InvalidRequest = 5,
+        OkWithInformation = 7,
+        NotImplemented = 8,
+    };
+
+    static constexpr int AgentPort = 22666;
+    static constexpr int ConnectTimeoutMs = 2000;
+    static constexpr int ReplyTimeoutMs = 5000;
+    static constexpr int ReadBufferSize = 2048;
+
+    explicit KorvexClient(QObject *parent = nullptr);
+    ~KorvexClient() override;
+
+    void setAddress(const QHostAddress &address, int port);
+    QHostAddress address() const { return m_address; }
+    int port() const { return m_port; }
+    bool isValid() const;
+    void setPersistent(bool persistent);
+    bool isPersistent() const { return m_persistent; }
+
+    bool initConnection(QString &error);
+    Korvex::Request buildRequest(Korvex::Request::Type kind, Korvex::Parameter::Type parameter,
+                                 const QVariant &value);
+    Korvex::Request buildRequest(Korvex::Request::Type kind);
+    Korvex::Request buildRequest(Korvex::Request::Type kind, const QVariant &value);
+    int sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs);
+    int parseReply(const QByteArray &bytes, QVariant &value);
+    Korvex::Request *takeLastRequest();
+    static QString resultText(int code);
+
+    // Typed device operations.
+    int ping();
+    int getBatteryLevel(int &level);
+    int setBatteryLevel(int level, QVariant &reply);
+    int getBatteryStatus(QString &status);
+    int setBatteryStatus(const QString &status, QVariant &reply);
+    int getBatteryMode(bool &manual);
+    int setBatteryMode(bool manual);
+    int getGpsStatus(bool &enabled);
+    int setGpsStatus(bool enabled);
+    int getGpsLatitude(double &value);
+    int setGpsLatitude(double value, QVariant &reply);
+    int getGpsLongitude(double &value);
+    int setGpsLongitude(double value, QVariant &reply);
+    int getGpsAltitude(double &value);
+    int setGpsAltitude(double value, QVariant &reply);
+    int getGpsAccuracy(double &value);
+    int setGpsAccuracy(double value, QVariant &reply);
+    int getGpsBearing(double &value);
+    int setGpsBearing(double value, QVariant &reply);
+    int setAccelerometer(QVariant &reply, double x, double y, double z);
+    int getCapabilities(QString &capabilities);
+    int getAndroidVersion(QString &version);
+    int getAgentVersion(QString &version);
+    int getDeviceId(QString &deviceId);
+    int setDeviceId(const QString &deviceId, QVariant &reply);
+    int getAndroidId(QString &androidId);
+    int setAndroidId(const QString &androidId, QVariant &reply);
+    int setClipboard(const QString &text);
+    int phoneCall(const QString &number);
+    int sendSms(const QString &number, const QString &message);
+    int sendBasebandCommand(const QString &command);
+
+    // Generic operations under the typed ones.
+    int getParam(QVariant &value, Korvex::Parameter::Type parameter);
+    int getDoubleParam(double &value, Korvex::Parameter::Type parameter);
+    int getStringParam(Korvex::Parameter::Type parameter, QString &text);
+    int setParam(const QVariant &value, Korvex::Parameter::Type parameter, QVariant &reply);
+    int setParam(const QVariant &value, Korvex::Parameter::Type parameter);
+    int setStringParam(Korvex::Parameter::Type parameter, const QString &text, QVariant &reply);
+
+signals:
+    void requestFromDevice();
+    void replyFromDevice();
+
+private slots:
+    void messageFromDevice();
+
+private:
+    QHostAddress m_address;
+    int m_port = 0;
+    QTcpSocket *m_socket = nullptr;
+    QByteArray m_lastRequest;
+    QByteArray m_lastReply;
+    QByteArray m_receiveBuffer; // survives reconnections
+    bool m_persistent = false;
+};

@@ -1,0 +1,8 @@
+// Entry point (placeholder).
+#include <QCoreApplication>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    return 0;
+}

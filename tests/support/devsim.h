@@ -1,0 +1,33 @@
+// Starts korvex-devsim on a loopback address for a test and reads its request
+// log. Each test uses its own 127.0.0.N address, since the port is fixed.
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+class DevSim
+{
+public:
+    DevSim(const QString &address, const QStringList &options = {});
+    ~DevSim();
+
+    // Starts and waits for its "listening on" line; false when it did not come.
+    bool start();
+    void stop();
+    QString address() const { return m_address; }
+    // Lines of the request log ("connect N", "request N <text>", ...).
+    QStringList log() const;
+    // Only the text of the "request" lines, in order.
+    QStringList requests() const;
+    int connectionCount() const;
+
+    static QString binary() { return QStringLiteral(KORVEX_DEVSIM_BIN); }
+
+private:
+    QString m_address;
+    QStringList m_options;
+    QTemporaryDir m_dir;
+    QProcess m_process;
+};

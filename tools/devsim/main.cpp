@@ -1,0 +1,2 @@
+// Device simulator (placeholder).
+int main() { return 1; }
