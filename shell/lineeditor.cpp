@@ -20,3 +20,4 @@ void Prompt::shell()
 void Prompt::readline() { m_running = false; }
 void Prompt::clearCommandLine(int) {}
 QString Prompt::autocomplete(const QString &input) { return input; }
+void Prompt::onInterrupt(int) {}

@@ -40,6 +40,8 @@ public:
     static QStringList splitCommandLine(const QString &line);
     // -1, 0 or 1 as version a is older than, equal to or newer than b.
     static int compareVersions(const QString &a, const QString &b);
+    // SIGINT handler: fresh prompt on a new line, edited line discarded.
+    static void onInterrupt(int signalNumber);
 
     int execCommand(const QString &line);
     const QStringList &history() const { return m_history; }

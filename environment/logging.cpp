@@ -1,0 +1,4 @@
+// Logging (placeholder).
+#include "logging.h"
+
+void initLogging(const QString &, bool) {}
