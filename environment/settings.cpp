@@ -1,8 +1,73 @@
-// Settings stores (placeholder).
+// Settings stores: the per-user store and the installation's "korvex.ini".
 #include "settings.h"
 
-struct Settings::Stores {};
-Settings::Settings() : m_stores(new Stores) {}
-Settings &Settings::instance() { static Settings settings; return settings; }
-QVariant Settings::value(const QString &, const QVariant &defaultValue) const { return defaultValue; }
-bool Settings::contains(const QString &) const { return false; }
+#include <QCoreApplication>
+#include <QDebug>
+#include <QDir>
+#include <QSettings>
+#include <QStringList>
+#include <memory>
+
+namespace {
+
+const char OrganisationName[] = "Talvane";
+const char ApplicationName[] = "Korvex";
+const char InstallationFileName[] = "korvex.ini";
+
+// Keys an installation may provide in its "korvex.ini".
+const QStringList InstallationKeys = {QStringLiteral("host.only.interface")};
+
+} // namespace
+
+struct Settings::Stores
+{
+    QSettings user{QSettings::NativeFormat, QSettings::UserScope, OrganisationName, ApplicationName};
+    // Null when the installation file could not be read.
+    std::unique_ptr<QSettings> installation;
+    QStringList installationKeys;
+
+    // The installation store for key when it is registered there and holds it, else null.
+    const QSettings *storeOf(const QString &key) const
+    {
+        if (installation && installationKeys.contains(key) && installation->contains(key))
+            return installation.get();
+        return &user;
+    }
+};
+
+Settings::Settings() : m_stores(new Stores)
+{
+    const QString path = QCoreApplication::applicationDirPath() + QDir::separator() + InstallationFileName;
+    auto installation = std::make_unique<QSettings>(path, QSettings::IniFormat);
+    installation->sync();
+    const QSettings::Status status = installation->status();
+    if (status == QSettings::NoError) {
+        m_stores->installation = std::move(installation);
+        m_stores->installationKeys = InstallationKeys;
+    } else {
+        qWarning().noquote() << QString("Cannot init install path settings (status=%1) %2")
+                                    .arg(int(status))
+                                    .arg(installation->fileName());
+    }
+}
+
+Settings::~Settings()
+{
+    delete m_stores;
+}
+
+Settings &Settings::instance()
+{
+    static Settings settings;
+    return settings;
+}
+
+QVariant Settings::value(const QString &key, const QVariant &defaultValue) const
+{
+    return m_stores->storeOf(key)->value(key, defaultValue);
+}
+
+bool Settings::contains(const QString &key) const
+{
+    return m_stores->storeOf(key)->contains(key);
+}
