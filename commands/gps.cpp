@@ -1,77 +1,158 @@
 // GPS commands: receiver status and the five coordinates of the fix.
 #include "prompt.h"
 
+#include <QLocale>
+#include <QRegExp>
 #include <QTextStream>
+#include <QVariant>
 
-int Prompt::gpsGetStatus(const QStringList &)
+#include "korvexclient.h"
+#include "requestoutcome.h"
+
+using RequestOutcome::AcceptInformation;
+
+namespace {
+
+// Lower bounds are always inclusive. The upper bound of the angular values is
+// excluded (90 is no latitude, 359.5 is a bearing) while lengths include it.
+struct CoordinateRange
 {
-    m_out << "gpsGetStatus: not implemented yet" << Qt::endl;
-    return -1;
+    double lower;
+    double upper;
+    bool upperIncluded;
+};
+
+constexpr CoordinateRange LatitudeRange{-90, 90, false};
+constexpr CoordinateRange LongitudeRange{-180, 180, false};
+constexpr CoordinateRange AltitudeRange{-10000, 10000, true};
+constexpr CoordinateRange AccuracyRange{0, 200, true};
+constexpr CoordinateRange BearingRange{0, 360, false};
+
+constexpr int SignificantDigits = 6;
+
+// Unanchored on purpose: any word containing one of the two is taken.
+const char *const StatusPattern = "enabled|disabled";
+const char *const EnabledStatus = "enabled";
+const char *const DisabledStatus = "disabled";
+
+// Numbers follow the process locale both ways, so a comma locale types and reads commas.
+QString formatCoordinate(double value)
+{
+    return QLocale().toString(value, 'g', SignificantDigits);
 }
 
-int Prompt::gpsSetStatus(const QStringList &)
+} // namespace
+
+int Prompt::gpsGetCoordinate(const QStringList &params, const QString &name, CoordinateGetter getter)
 {
-    m_out << "gpsSetStatus: not implemented yet" << Qt::endl;
-    return -1;
+    if (checkParams(params, 0) || checkDevice())
+        return -1;
+
+    double value = 0;
+    if (!RequestOutcome::report(m_out, (m_client->*getter)(value)))
+        return -1;
+    m_out << QString("GPS %1: %2").arg(name, formatCoordinate(value)) << Qt::endl;
+    return 0;
 }
 
-int Prompt::gpsGetLatitude(const QStringList &)
+int Prompt::gpsSetCoordinate(const QStringList &params, const QString &name, CoordinateSetter setter,
+                             double lower, double upper, bool lowerIncluded, bool upperIncluded)
 {
-    m_out << "gpsGetLatitude: not implemented yet" << Qt::endl;
-    return -1;
+    // The range is checked before the device, and words after the value are ignored.
+    if (checkParams(params, 1, true) || checkLimits(params[0], lower, upper, lowerIncluded, upperIncluded)
+        || checkDevice())
+        return -1;
+
+    const double value = QLocale().toDouble(params[0]);
+    QVariant reply;
+    const int result = (m_client->*setter)(value, reply);
+    if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
+        return -1;
+    m_out << QString("GPS %1 set to: %2").arg(name, formatCoordinate(value)) << Qt::endl;
+    return 0;
 }
 
-int Prompt::gpsSetLatitude(const QStringList &)
+int Prompt::gpsGetStatus(const QStringList &params)
 {
-    m_out << "gpsSetLatitude: not implemented yet" << Qt::endl;
-    return -1;
+    if (checkParams(params, 0) || checkDevice())
+        return -1;
+
+    bool enabled = false;
+    if (!RequestOutcome::report(m_out, m_client->getGpsStatus(enabled)))
+        return -1;
+    m_out << "GPS status: " << (enabled ? EnabledStatus : DisabledStatus) << Qt::endl;
+    return 0;
 }
 
-int Prompt::gpsGetLongitude(const QStringList &)
+int Prompt::gpsSetStatus(const QStringList &params)
 {
-    m_out << "gpsGetLongitude: not implemented yet" << Qt::endl;
-    return -1;
+    if (checkParams(params, 1, true) || checkDevice())
+        return -1;
+
+    const QString word = params[0].toLower();
+    if (QRegExp(StatusPattern).indexIn(word) < 0) {
+        m_out << "Available status: \"enabled\" or \"disabled\"" << Qt::endl;
+        return -1;
+    }
+
+    // Only the exact word enables; "enabledx" passes the pattern yet disables.
+    if (!RequestOutcome::report(m_out, m_client->setGpsStatus(word == EnabledStatus)))
+        return -1;
+    m_out << "GPS status set to: " << word << Qt::endl;
+    return 0;
 }
 
-int Prompt::gpsSetLongitude(const QStringList &)
+int Prompt::gpsGetLatitude(const QStringList &params)
 {
-    m_out << "gpsSetLongitude: not implemented yet" << Qt::endl;
-    return -1;
+    return gpsGetCoordinate(params, "Latitude", &KorvexClient::getGpsLatitude);
 }
 
-int Prompt::gpsGetAltitude(const QStringList &)
+int Prompt::gpsSetLatitude(const QStringList &params)
 {
-    m_out << "gpsGetAltitude: not implemented yet" << Qt::endl;
-    return -1;
+    return gpsSetCoordinate(params, "Latitude", &KorvexClient::setGpsLatitude, LatitudeRange.lower,
+                            LatitudeRange.upper, true, LatitudeRange.upperIncluded);
 }
 
-int Prompt::gpsSetAltitude(const QStringList &)
+int Prompt::gpsGetLongitude(const QStringList &params)
 {
-    m_out << "gpsSetAltitude: not implemented yet" << Qt::endl;
-    return -1;
+    return gpsGetCoordinate(params, "Longitude", &KorvexClient::getGpsLongitude);
 }
 
-int Prompt::gpsGetAccuracy(const QStringList &)
+int Prompt::gpsSetLongitude(const QStringList &params)
 {
-    m_out << "gpsGetAccuracy: not implemented yet" << Qt::endl;
-    return -1;
+    return gpsSetCoordinate(params, "Longitude", &KorvexClient::setGpsLongitude, LongitudeRange.lower,
+                            LongitudeRange.upper, true, LongitudeRange.upperIncluded);
 }
 
-int Prompt::gpsSetAccuracy(const QStringList &)
+int Prompt::gpsGetAltitude(const QStringList &params)
 {
-    m_out << "gpsSetAccuracy: not implemented yet" << Qt::endl;
-    return -1;
+    return gpsGetCoordinate(params, "Altitude", &KorvexClient::getGpsAltitude);
 }
 
-int Prompt::gpsGetBearing(const QStringList &)
+int Prompt::gpsSetAltitude(const QStringList &params)
 {
-    m_out << "gpsGetBearing: not implemented yet" << Qt::endl;
-    return -1;
+    return gpsSetCoordinate(params, "Altitude", &KorvexClient::setGpsAltitude, AltitudeRange.lower,
+                            AltitudeRange.upper, true, AltitudeRange.upperIncluded);
 }
 
-int Prompt::gpsSetBearing(const QStringList &)
+int Prompt::gpsGetAccuracy(const QStringList &params)
 {
-    m_out << "gpsSetBearing: not implemented yet" << Qt::endl;
-    return -1;
+    return gpsGetCoordinate(params, "Accuracy", &KorvexClient::getGpsAccuracy);
 }
 
+int Prompt::gpsSetAccuracy(const QStringList &params)
+{
+    return gpsSetCoordinate(params, "Accuracy", &KorvexClient::setGpsAccuracy, AccuracyRange.lower,
+                            AccuracyRange.upper, true, AccuracyRange.upperIncluded);
+}
+
+int Prompt::gpsGetBearing(const QStringList &params)
+{
+    return gpsGetCoordinate(params, "Bearing", &KorvexClient::getGpsBearing);
+}
+
+int Prompt::gpsSetBearing(const QStringList &params)
+{
+    return gpsSetCoordinate(params, "Bearing", &KorvexClient::setGpsBearing, BearingRange.lower,
+                            BearingRange.upper, true, BearingRange.upperIncluded);
+}

@@ -1,32 +1,159 @@
 // Device ID and Android ID commands and their random generators.
 #include "prompt.h"
 
+#include <cstdlib>
+
+#include <QDebug>
+#include <QRegExp>
 #include <QTextStream>
+#include <QThreadPool>
+#include <QVariant>
+#include <QtConcurrent>
 
-int Prompt::androidGetDeviceId(const QStringList &)
+#include "device.h"
+#include "korvexclient.h"
+#include "requestoutcome.h"
+#include "usageevents.h"
+#include "virtualmachineengine.h"
+
+using RequestOutcome::AcceptInformation;
+
+namespace {
+
+constexpr int ImeiBodyLength = 14; // the 15th digit is the Luhn check digit
+constexpr int AndroidIdLength = 16;
+constexpr int DecimalBase = 10;
+constexpr int HexBase = 16;
+
+const char *const NoDeviceIdWord = "none";
+const char *const RandomWord = "random";
+const char *const AndroidIdPattern = "^[0-9a-f]{16}$";
+
+UsageEvents::Properties randomProperty(bool generated)
 {
-    m_out << "androidGetDeviceId: not implemented yet" << Qt::endl;
-    return -1;
+    return {{"random", generated ? "true" : "false"}};
 }
 
-int Prompt::androidSetDeviceId(const QStringList &)
+} // namespace
+
+QString Prompt::generateRandomImei()
 {
-    m_out << "androidSetDeviceId: not implemented yet" << Qt::endl;
-    return -1;
+    QString imei;
+    for (int i = 0; i < ImeiBodyLength; ++i)
+        imei += QString::number(rand() % DecimalBase);
+    return imei + QString::number(imeiLuhnDigit(imei));
 }
 
-int Prompt::androidGetAndroidId(const QStringList &)
+int Prompt::imeiLuhnDigit(const QString &text)
 {
-    m_out << "androidGetAndroidId: not implemented yet" << Qt::endl;
-    return -1;
+    int sum = 0;
+    for (int i = 0; i < ImeiBodyLength; ++i) {
+        const int digit = i < text.size() ? qMax(text.at(i).digitValue(), 0) : 0;
+        const int product = digit * (i % 2 == 0 ? 1 : 2);
+        sum += product / DecimalBase + product % DecimalBase;
+    }
+    const int checkDigit = sum * 9 % DecimalBase;
+    qDebug().nospace() << "Computing Luhn algorithm on IMEI " << text << ": last digit = " << checkDigit;
+    return checkDigit;
 }
 
-int Prompt::androidSetAndroidId(const QStringList &)
+QString Prompt::generateRandomAndroidId()
 {
-    m_out << "androidSetAndroidId: not implemented yet" << Qt::endl;
-    return -1;
+    QString id;
+    for (int i = 0; i < AndroidIdLength; ++i)
+        id += QString::number(rand() % HexBase, HexBase);
+    return id;
 }
 
-QString Prompt::generateRandomImei() { return QString(); }
-int Prompt::imeiLuhnDigit(const QString &) { return 0; }
-QString Prompt::generateRandomAndroidId() { return QString(); }
+int Prompt::androidGetDeviceId(const QStringList &params)
+{
+    if (checkParams(params, 0) || checkDevice())
+        return -1;
+
+    QString deviceId;
+    if (!RequestOutcome::report(m_out, m_client->getDeviceId(deviceId)))
+        return -1;
+    m_out << QString("Device ID: %1").arg(deviceId) << Qt::endl;
+    return 0;
+}
+
+int Prompt::androidSetDeviceId(const QStringList &params)
+{
+    if (checkParams(params, 1) || checkDevice())
+        return -1;
+
+    // The words are case-sensitive: "NONE" is an ID like any other.
+    QString deviceId = params[0];
+    bool generated = false;
+    if (deviceId == NoDeviceIdWord) {
+        deviceId.clear();
+    } else if (deviceId == RandomWord) {
+        deviceId = generateRandomImei();
+        generated = true;
+    }
+
+    QVariant reply;
+    const int result = m_client->setDeviceId(deviceId, reply);
+    if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
+        return -1;
+
+    m_out << "Device ID set to: " << deviceId << Qt::endl;
+    qDebug() << "Device ID set to:" << deviceId;
+    UsageEvents::record("device_id", randomProperty(generated));
+
+    if (m_connectionMode == RemoteHost) {
+        m_out << "Warning: sending this command to a remote device (option -r) does not allow persistance."
+              << Qt::endl;
+        m_out << "You will need to send them again after reboot" << Qt::endl;
+        return 0;
+    }
+
+    // The agent forgets the ID at reboot; the machine keeps it. Writing it goes
+    // through the plug-in and may be slow, so the shell does not wait.
+    const Device device = m_engine->selectedDevice();
+    const QFuture<void> store = QtConcurrent::run(QThreadPool::globalInstance(),
+                                                  [device, deviceId] { device.storeDeviceId(deviceId); });
+    if (m_backgroundWatcher.future() != store)
+        m_backgroundWatcher.setFuture(store);
+    return 0;
+}
+
+int Prompt::androidGetAndroidId(const QStringList &params)
+{
+    if (checkParams(params, 0) || checkDevice())
+        return -1;
+
+    QString androidId;
+    if (!RequestOutcome::report(m_out, m_client->getAndroidId(androidId)))
+        return -1;
+    m_out << QString("Android ID: %1").arg(androidId) << Qt::endl;
+    return 0;
+}
+
+int Prompt::androidSetAndroidId(const QStringList &params)
+{
+    if (checkDevice() || checkParams(params, 1))
+        return -1;
+
+    QString androidId = params[0].toLower();
+    bool generated = false;
+    if (androidId == RandomWord) {
+        androidId = generateRandomAndroidId();
+        generated = true;
+    }
+
+    if (!QRegExp(AndroidIdPattern, Qt::CaseInsensitive).exactMatch(androidId)) {
+        m_out << "Bad syntax: Android ID must be 16 hexadecimal digits long" << Qt::endl;
+        return -1;
+    }
+
+    QVariant reply;
+    const int result = m_client->setAndroidId(androidId, reply);
+    if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
+        return -1;
+
+    m_out << "Android ID set to: " << androidId << Qt::endl;
+    qDebug() << "Android ID set to:" << androidId;
+    UsageEvents::record("android_id", randomProperty(generated));
+    return 0;
+}

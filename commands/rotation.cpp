@@ -1,29 +1,82 @@
 // Rotation through the accelerometer vector, capabilities and version queries.
 #include "prompt.h"
 
+#include <cmath>
+
 #include <QTextStream>
+#include <QVariant>
 
-int Prompt::rotationSetAngle(const QStringList &)
+#include "korvexclient.h"
+#include "requestoutcome.h"
+
+namespace {
+
+constexpr unsigned MaxAngle = 359;
+constexpr double Pi = 3.141592653589793;
+constexpr double Gravity = 9.81; // m/s²
+// Gravity along z for the device's fixed 20° forward tilt (9.81 × sin 20°).
+constexpr double TiltGravity = 3.3552176060248105;
+
+} // namespace
+
+int Prompt::rotationSetAngle(const QStringList &params)
 {
-    m_out << "rotationSetAngle: not implemented yet" << Qt::endl;
-    return -1;
+    if (checkParams(params, 1) || checkIntParameter(params, 0) || checkDevice())
+        return -1;
+
+    bool parsed = false;
+    const int angle = params[0].toInt(&parsed, 10);
+    // Negative angles wrap to large unsigned values and fail the one bound.
+    if (!parsed || static_cast<unsigned>(angle) > MaxAngle) {
+        m_out << "Angle of rotation must be a number between 0 and 359" << Qt::endl;
+        return -1;
+    }
+
+    // The device turns in its screen plane: gravity rotates in x/y, z stays.
+    const double radians = angle * Pi / 180;
+    const double x = -std::sin(radians) * Gravity;
+    const double y = Gravity * std::cos(radians);
+
+    QVariant reply;
+    const int result = m_client->setAccelerometer(reply, x, y, TiltGravity);
+    if (!RequestOutcome::report(m_out, result, RequestOutcome::AcceptInformation, reply))
+        return -1;
+    m_out << "Device angle of rotation set to: " << QString::number(angle) << Qt::endl;
+    return 0;
 }
 
-int Prompt::korvexCapabilities(const QStringList &)
+int Prompt::korvexCapabilities(const QStringList &params)
 {
-    m_out << "korvexCapabilities: not implemented yet" << Qt::endl;
-    return -1;
+    if (checkParams(params, 0) || checkDevice())
+        return -1;
+
+    QString capabilities;
+    if (!RequestOutcome::report(m_out, m_client->getCapabilities(capabilities)))
+        return -1;
+    m_out << "Capabilities: " << capabilities << Qt::endl;
+    return 0;
 }
 
-int Prompt::korvexVersion(const QStringList &)
+int Prompt::korvexVersion(const QStringList &params)
 {
-    m_out << "korvexVersion: not implemented yet" << Qt::endl;
-    return -1;
+    if (checkParams(params, 0) || checkDevice())
+        return -1;
+
+    QString version;
+    if (!RequestOutcome::report(m_out, m_client->getAgentVersion(version)))
+        return -1;
+    m_out << "Korvex: " << version << Qt::endl;
+    return 0;
 }
 
-int Prompt::androidVersion(const QStringList &)
+int Prompt::androidVersion(const QStringList &params)
 {
-    m_out << "androidVersion: not implemented yet" << Qt::endl;
-    return -1;
-}
+    if (checkParams(params, 0) || checkDevice())
+        return -1;
 
+    QString version;
+    if (!RequestOutcome::report(m_out, m_client->getAndroidVersion(version)))
+        return -1;
+    m_out << "Version: " << version << Qt::endl;
+    return 0;
+}
