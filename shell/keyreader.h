@@ -26,4 +26,10 @@ public:
     static bool isDownArrow(int key) { return key == DownArrow; }
     static bool isEscape(int key) { return key == Escape; }
     static bool isEndOfTransmission(int key) { return key == EndOfTransmission; }
+
+    // Remembers the terminal's attributes as they are now and puts them back
+    // at exit and on SIGTERM, SIGHUP and SIGQUIT, so that being killed during
+    // a raw read never leaves the user's terminal without echo. Only the
+    // first call does anything.
+    static void restoreTerminalOnExit();
 };

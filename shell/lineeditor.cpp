@@ -1,23 +1,188 @@
-// Interactive line editor (placeholder: plain line reading).
+// Interactive front of the shell: the prompt, a line editor reading raw keys,
+// history browsing with the arrow keys and Tab completion of command names.
+// Runs in the loop thread; the SIGINT handler shares the edited line with it.
 #include "prompt.h"
 
+#include <csignal>
+
+#include <QRegExp>
 #include <QTextStream>
+
+#include "console.h"
+
+namespace {
+
+const char PromptText[] = "Korvex Shell > ";
+const char EraseSequence[] = "\b \b";
+const char FailedText[] = ">>> Failed";
+const char ExitingText[] = "Exiting...";
+const QChar Blank = QLatin1Char(' ');
+const QChar CarriageReturn = QLatin1Char('\r');
+
+// The one line being edited. Also emptied by the interrupt handler, which is
+// why it is not a member: a signal handler has no Prompt to reach.
+QString s_inputLine;
+
+// Writes the prompt, on a new line when asked, and optionally drops the line.
+void writePrompt(QTextStream &out, bool newLine, bool clearInput)
+{
+    if (newLine)
+        out << Qt::endl;
+    out << PromptText << Qt::flush;
+    if (clearInput)
+        s_inputLine.clear();
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// Prompt and loop
+// ---------------------------------------------------------------------------
 
 void Prompt::displayPrompt(bool newLine, bool clearInput)
 {
-    Q_UNUSED(clearInput)
-    if (newLine)
-        m_out << Qt::endl;
-    m_out << "Korvex Shell > " << Qt::flush;
+    writePrompt(m_out, newLine, clearInput);
 }
 
+// Ctrl-C does not end the shell: it abandons the line and prompts afresh.
+void Prompt::onInterrupt(int signalNumber)
+{
+    if (signalNumber == SIGINT)
+        writePrompt(console(), true, true);
+}
+
+// Reads and runs lines until quit, exit, Ctrl-D or the application stopping.
 void Prompt::shell()
 {
-    while (m_running)
+    KeyReader::restoreTerminalOnExit();
+    while (m_running) {
+        displayPrompt(false, false);
+        m_out.flush();
         readline();
+    }
 }
 
-void Prompt::readline() { m_running = false; }
-void Prompt::clearCommandLine(int) {}
-QString Prompt::autocomplete(const QString &input) { return input; }
-void Prompt::onInterrupt(int) {}
+// ---------------------------------------------------------------------------
+// Line editing
+// ---------------------------------------------------------------------------
+
+// Edits one line key by key and runs it when Enter comes. The cases are tried
+// in a fixed order; keys that match none are dropped.
+void Prompt::readline()
+{
+    bool entryShown = false;
+    while (m_running) {
+        const int key = m_keyReader.readKey();
+        if (KeyReader::isBackspace(key)) {
+            if (!s_inputLine.isEmpty()) {
+                clearCommandLine(1);
+                m_out.flush();
+                s_inputLine.chop(1);
+            }
+        } else if (KeyReader::isTab(key)) {
+            // Rewritten over the old text, which completion only ever lengthens.
+            s_inputLine = autocomplete(s_inputLine);
+            m_out << CarriageReturn;
+            displayPrompt(false, false);
+            m_out << s_inputLine << Qt::flush;
+        } else if (KeyReader::isUpArrow(key) && !m_history.isEmpty()) {
+            m_historyBrowsing = true;
+            // The first Up leaves typed text on screen; later ones erase the
+            // previous entry by its stored length, even when it was edited.
+            if (entryShown && m_historyIndex >= 0)
+                clearCommandLine(m_history.at(m_historyIndex).length());
+            m_historyIndex = qMin(m_historyIndex + 1, m_history.size() - 1);
+            m_out << m_history.at(m_historyIndex) << Qt::flush;
+            entryShown = true;
+            s_inputLine = m_history.at(m_historyIndex);
+        } else if (KeyReader::isDownArrow(key) && m_historyBrowsing) {
+            if (entryShown && m_historyIndex >= 0)
+                clearCommandLine(m_history.at(m_historyIndex).length());
+            // Down stops at the newest entry rather than returning to an empty line.
+            m_historyIndex = m_historyIndex - 1 < 1 ? 0 : m_historyIndex - 1;
+            m_out << m_history.at(m_historyIndex) << Qt::flush;
+            s_inputLine = m_history.at(m_historyIndex);
+        } else if (KeyReader::isEnter(key)) {
+            m_out << Qt::endl;
+            // A copy: Ctrl-C may empty the shared line while the command runs.
+            const QString line = s_inputLine;
+            if (!line.isEmpty() && execCommand(line) != 0)
+                m_out << FailedText << Qt::endl;
+            m_historyBrowsing = false;
+            m_historyIndex = -1;
+            s_inputLine.clear();
+            return;
+        } else if (KeyReader::isEscape(key)) {
+            // readKey folds every ESC into a longer code, so this never runs;
+            // Escape is kept as a key that does nothing.
+            if (m_historyBrowsing) {
+                s_inputLine.clear();
+                m_out << Qt::endl << PromptText << Qt::flush;
+            }
+            m_historyBrowsing = false;
+            m_historyIndex = -1;
+            entryShown = false;
+        } else if (KeyReader::isEndOfTransmission(key)) {
+            m_out << Qt::endl << ExitingText << Qt::endl;
+            m_running = false;
+            return;
+        } else if (KeyReader::isPrintable(key)) {
+            const QChar typed = QLatin1Char(static_cast<char>(key));
+            s_inputLine.append(typed);
+            m_out << typed << Qt::flush;
+        }
+    }
+}
+
+// Erases nbChar characters left of the cursor.
+void Prompt::clearCommandLine(int nbChar)
+{
+    for (int i = 0; i < nbChar; ++i)
+        m_out << EraseSequence;
+}
+
+// ---------------------------------------------------------------------------
+// Completion
+// ---------------------------------------------------------------------------
+
+// Completes the last word of input against the documented command names that
+// have as many words as the line would have. One match completes the word and
+// adds a blank; several are listed with their help and the line is unchanged.
+QString Prompt::autocomplete(const QString &input)
+{
+    const QStringList words = splitCommandLine(input);
+    const int n = words.size();
+    const bool endsWithBlank = n == 0 || input.endsWith(Blank);
+    const QString word = endsWithBlank ? QString() : words.last();
+    const QString base = input.left(input.length() - word.length());
+
+    const int depth = endsWithBlank ? n + 1 : n;
+    QStringList wordPatterns;
+    for (int i = 0; i < depth; ++i)
+        wordPatterns << QStringLiteral("\\w+");
+    const QRegExp depthPattern("^" + wordPatterns.join("-") + "$", Qt::CaseInsensitive);
+    const QStringList context = endsWithBlank ? words : QStringList(words.mid(0, n - 1));
+    // The typed words go in as they are, so a word may act as a pattern.
+    const QRegExp contextPattern("^" + context.join("-"), Qt::CaseInsensitive);
+
+    QStringList matches;
+    for (const QString &key : m_helps.keys()) {
+        if (depthPattern.indexIn(key) == -1 || contextPattern.indexIn(key) == -1)
+            continue;
+        const QString lastWord = key.section('-', -1);
+        if (lastWord.startsWith(word, Qt::CaseInsensitive))
+            matches << lastWord;
+    }
+
+    if (matches.isEmpty())
+        return input;
+    if (matches.size() == 1)
+        return base + matches.first() + Blank;
+
+    QStringList keys;
+    for (const QString &match : matches)
+        keys << QStringList(context + QStringList(match)).join("-");
+    m_out << Qt::endl;
+    showHelpOnKeys(keys);
+    return input;
+}
