@@ -1,8 +1,13 @@
-// Usage-event hook: forwards events to the installed sink, if any.
+// Usage-event hook: forwards events to the installed sink, if any. start()
+// brings up the usage statistics when the settings stores enable them.
 #include "usageevents.h"
 
+#include <QCoreApplication>
 #include <QMutex>
 #include <QMutexLocker>
+#include <QPointer>
+
+#include "usagestatistics.h"
 
 namespace UsageEvents {
 namespace {
@@ -13,8 +18,16 @@ QString s_component;
 
 void start(const QString &component)
 {
-    QMutexLocker locker(&s_lock);
-    s_component = component;
+    {
+        QMutexLocker locker(&s_lock);
+        s_component = component;
+    }
+    // Owned by the application, so it goes before the application does.
+    static QPointer<UsageStatistics> statistics;
+    if (!statistics)
+        statistics = UsageStatistics::fromSettings(QCoreApplication::instance());
+    if (statistics)
+        setSink(statistics);
 }
 
 void setSink(Sink *sink)

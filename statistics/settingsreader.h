@@ -1,0 +1,20 @@
+// Reads one key of the settings stores, or the default when it is absent. The
+// statistics and web-service settings are parsed through it so that tests can
+// feed values without touching the user's stores.
+#pragma once
+
+#include <functional>
+
+#include <QString>
+#include <QVariant>
+
+#include "settings.h"
+
+using SettingsReader = std::function<QVariant(const QString &key, const QVariant &defaultValue)>;
+
+inline SettingsReader storeSettingsReader()
+{
+    return [](const QString &key, const QVariant &defaultValue) {
+        return Settings::instance().value(key, defaultValue);
+    };
+}
