@@ -1,11 +1,25 @@
-// The devices ping command.
+// The devices ping command: checks that the selected device's agent answers.
 #include "prompt.h"
 
 #include <QTextStream>
 
-int Prompt::devicesPing(const QStringList &)
-{
-    m_out << "devicesPing: not implemented yet" << Qt::endl;
-    return -1;
-}
+#include "korvexclient.h"
 
+int Prompt::devicesPing(const QStringList &params)
+{
+    if (checkParams(params, 0) != 0 || checkDevice() != 0)
+        return -1;
+
+    const int result = m_client->ping();
+    switch (result) {
+    case KorvexClient::Ok:
+        m_out << "Pong received" << Qt::endl;
+        return 0;
+    case KorvexClient::NetworkError:
+        m_out << "Device unreachable." << Qt::endl;
+        return -1;
+    default:
+        m_out << "Unknown error. Result code: " << result << Qt::endl;
+        return -1;
+    }
+}

@@ -1,6 +1,10 @@
-// Remote device source (placeholder: points the client at the address and starts).
+// Remote device source (option -r): tests once, on a pool thread, whether the
+// agent port accepts a connection, logs the outcome, points the client at the
+// agent and reports readiness on the shell's thread.
 #include "remotedevice.h"
 
+#include <QDebug>
+#include <QTcpSocket>
 #include <QtConcurrent>
 
 RemoteDevice::RemoteDevice(const QHostAddress &address, quint16 port, QObject *parent)
@@ -11,8 +15,31 @@ RemoteDevice::RemoteDevice(const QHostAddress &address, quint16 port, QObject *p
     m_connectionWatcher.setFuture(QtConcurrent::run(this, &RemoteDevice::setConnection));
 }
 
-RemoteDevice::~RemoteDevice() { m_connectionWatcher.waitForFinished(); }
+RemoteDevice::~RemoteDevice()
+{
+    m_connectionWatcher.waitForFinished();
+}
 
-void RemoteDevice::setConnection() { m_client.setAddress(m_address, KorvexClient::AgentPort); }
+// The test connection only informs the log: the shell starts either way and
+// the commands report an unreachable device themselves.
+void RemoteDevice::setConnection()
+{
+    qDebug() << "Remote device used:" << m_name;
+    qDebug() << "Try connection with remote device...";
 
-void RemoteDevice::onSetConnection() { emit initializationFinished(); }
+    QTcpSocket socket;
+    socket.connectToHost(m_address, m_port, QIODevice::ReadWrite);
+    if (socket.waitForConnected(KorvexClient::ConnectTimeoutMs)) {
+        qDebug() << "Connection success";
+    } else {
+        qCritical() << "Unable to connect to " << m_name << ":" << socket.error();
+        qCritical() << "Check if remote device is on.";
+    }
+
+    m_client.setAddress(m_address, KorvexClient::AgentPort);
+}
+
+void RemoteDevice::onSetConnection()
+{
+    emit initializationFinished();
+}

@@ -1,54 +1,419 @@
-// Protocol client (placeholder until the protocol lands).
+// Protocol client core: connection handling, one request/reply exchange,
+// decoding of the receive buffer, and the mapping between replies and
+// RequestResult codes / host values. Typed operations: deviceoperations.cpp.
 #include "korvexclient.h"
 
-KorvexClient::KorvexClient(QObject *parent) : QObject(parent) {}
-KorvexClient::~KorvexClient() = default;
-void KorvexClient::setAddress(const QHostAddress &address, int port) { m_address = address; m_port = port; }
-bool KorvexClient::isValid() const { return !m_address.isNull() && m_address != QHostAddress::AnyIPv4 && m_port != 0; }
-void KorvexClient::setPersistent(bool persistent) { m_persistent = persistent; }
-void KorvexClient::messageFromDevice() {}
-int KorvexClient::sendRequest(const Korvex::Request &, QByteArray &, int) { return NetworkError; }
-int KorvexClient::parseReply(const QByteArray &, QVariant &) { return NetworkError; }
-int KorvexClient::ping() { return NetworkError; }
-int KorvexClient::getBatteryLevel(int &) { return NetworkError; }
-int KorvexClient::setBatteryLevel(int, QVariant &) { return NetworkError; }
-int KorvexClient::getBatteryStatus(QString &) { return NetworkError; }
-int KorvexClient::setBatteryStatus(const QString &, QVariant &) { return NetworkError; }
-int KorvexClient::getBatteryMode(bool &) { return NetworkError; }
-int KorvexClient::setBatteryMode(bool) { return NetworkError; }
-int KorvexClient::getGpsStatus(bool &) { return NetworkError; }
-int KorvexClient::setGpsStatus(bool) { return NetworkError; }
-int KorvexClient::getGpsLatitude(double &) { return NetworkError; }
-int KorvexClient::setGpsLatitude(double, QVariant &) { return NetworkError; }
-int KorvexClient::getGpsLongitude(double &) { return NetworkError; }
-int KorvexClient::setGpsLongitude(double, QVariant &) { return NetworkError; }
-int KorvexClient::getGpsAltitude(double &) { return NetworkError; }
-int KorvexClient::setGpsAltitude(double, QVariant &) { return NetworkError; }
-int KorvexClient::getGpsAccuracy(double &) { return NetworkError; }
-int KorvexClient::setGpsAccuracy(double, QVariant &) { return NetworkError; }
-int KorvexClient::getGpsBearing(double &) { return NetworkError; }
-int KorvexClient::setGpsBearing(double, QVariant &) { return NetworkError; }
-int KorvexClient::setAccelerometer(QVariant &, double, double, double) { return NetworkError; }
-int KorvexClient::getCapabilities(QString &) { return NetworkError; }
-int KorvexClient::getAndroidVersion(QString &) { return NetworkError; }
-int KorvexClient::getAgentVersion(QString &) { return NetworkError; }
-int KorvexClient::getDeviceId(QString &) { return NetworkError; }
-int KorvexClient::setDeviceId(const QString &, QVariant &) { return NetworkError; }
-int KorvexClient::getAndroidId(QString &) { return NetworkError; }
-int KorvexClient::setAndroidId(const QString &, QVariant &) { return NetworkError; }
-int KorvexClient::setClipboard(const QString &) { return NetworkError; }
-int KorvexClient::phoneCall(const QString &) { return NetworkError; }
-int KorvexClient::sendSms(const QString &, const QString &) { return NetworkError; }
-int KorvexClient::sendBasebandCommand(const QString &) { return NetworkError; }
-int KorvexClient::getParam(QVariant &, Korvex::Parameter::Type) { return NetworkError; }
-int KorvexClient::getDoubleParam(double &, Korvex::Parameter::Type) { return NetworkError; }
-int KorvexClient::getStringParam(Korvex::Parameter::Type, QString &) { return NetworkError; }
-int KorvexClient::setParam(const QVariant &, Korvex::Parameter::Type, QVariant &) { return NetworkError; }
-int KorvexClient::setParam(const QVariant &, Korvex::Parameter::Type) { return NetworkError; }
-int KorvexClient::setStringParam(Korvex::Parameter::Type, const QString &, QVariant &) { return NetworkError; }
-bool KorvexClient::initConnection(QString &) { return false; }
-Korvex::Request KorvexClient::buildRequest(Korvex::Request::Type, Korvex::Parameter::Type, const QVariant &) { return {}; }
-Korvex::Request KorvexClient::buildRequest(Korvex::Request::Type) { return {}; }
-Korvex::Request KorvexClient::buildRequest(Korvex::Request::Type, const QVariant &) { return {}; }
-Korvex::Request *KorvexClient::takeLastRequest() { return nullptr; }
-QString KorvexClient::resultText(int) { return {}; }
+#include <atomic>
+
+#include <QDebug>
+#include <QEventLoop>
+#include <QMutexLocker>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+
+#include <google/protobuf/stubs/common.h>
+#include <google/protobuf/stubs/logging.h>
+
+namespace {
+
+const char InvalidRequestMessage[] = "Invalid request type in buildRequest. Sending dummy empty request";
+
+// A decode succeeds only when every byte decodes and every required field is
+// there; the partial parse keeps the library from logging the failures.
+template <typename Message>
+bool decodeWhole(Message &message, const QByteArray &bytes)
+{
+    return message.ParsePartialFromArray(bytes.constData(), bytes.size()) && message.IsInitialized();
+}
+
+// Everything up to the first zero byte: the agent reads these as C strings.
+QByteArray cutAtZero(const QByteArray &bytes)
+{
+    const int zero = bytes.indexOf('\0');
+    return zero < 0 ? bytes : bytes.left(zero);
+}
+
+bool fillValue(Korvex::Value *value, const QVariant &host)
+{
+    switch (static_cast<QMetaType::Type>(host.type())) {
+    case QMetaType::Bool:
+        value->set_type(Korvex::Value::Bool);
+        value->set_boolvalue(host.toBool());
+        return true;
+    case QMetaType::Int:
+        value->set_type(Korvex::Value::Int);
+        value->set_intvalue(host.toInt());
+        return true;
+    case QMetaType::UInt:
+        value->set_type(Korvex::Value::Int);
+        value->set_intvalue(static_cast<qint32>(host.toUInt()));
+        return true;
+    case QMetaType::Double:
+        // Older agents read the float, newer ones the double: send both.
+        value->set_type(Korvex::Value::Float);
+        value->set_floatvalue(static_cast<float>(host.toDouble()));
+        value->set_doublevalue(host.toDouble());
+        return true;
+    case QMetaType::QString: {
+        const QByteArray text = cutAtZero(host.toString().toUtf8());
+        value->set_type(Korvex::Value::String);
+        value->set_stringvalue(text.constData(), static_cast<size_t>(text.size()));
+        return true;
+    }
+    case QMetaType::QByteArray: {
+        const QByteArray bytes = cutAtZero(host.toByteArray());
+        value->set_type(Korvex::Value::Bytes);
+        value->set_bytesvalue(bytes.constData(), static_cast<size_t>(bytes.size()));
+        return true;
+    }
+    default:
+        return false;
+    }
+}
+
+int convertValue(const Korvex::Value &value, QVariant &host)
+{
+    switch (value.type()) {
+    case Korvex::Value::Bool:
+        if (!value.has_boolvalue())
+            break;
+        host = value.boolvalue();
+        return KorvexClient::Ok;
+    case Korvex::Value::Int:
+        if (!value.has_intvalue())
+            break;
+        host = static_cast<int>(value.intvalue());
+        return KorvexClient::Ok;
+    case Korvex::Value::Float:
+        if (!value.has_floatvalue())
+            break;
+        host = value.floatvalue();
+        return KorvexClient::Ok;
+    case Korvex::Value::String:
+        if (!value.has_stringvalue())
+            break;
+        host = QString::fromUtf8(value.stringvalue().data(), static_cast<int>(value.stringvalue().size()));
+        return KorvexClient::Ok;
+    case Korvex::Value::Bytes:
+        if (!value.has_bytesvalue())
+            break;
+        host = QByteArray(value.bytesvalue().data(), static_cast<int>(value.bytesvalue().size()));
+        return KorvexClient::Ok;
+    case Korvex::Value::Double:
+        if (!value.has_doublevalue())
+            break;
+        host = value.doublevalue();
+        return KorvexClient::Ok;
+    }
+    return KorvexClient::SerializationError;
+}
+
+// The schema default of description ("unknown") must never reach the user.
+QString descriptionText(const Korvex::Status &status)
+{
+    if (!status.has_description())
+        return QStringLiteral("");
+    return QString::fromUtf8(status.description().data(), static_cast<int>(status.description().size()));
+}
+
+int errorResult(Korvex::Status::Code code)
+{
+    switch (code) {
+    case Korvex::Status::Ok:
+        return KorvexClient::Ok;
+    case Korvex::Status::GenericError:
+        return KorvexClient::GenericError;
+    case Korvex::Status::InvalidRequest:
+        return KorvexClient::InvalidRequest;
+    case Korvex::Status::NotImplemented:
+        qWarning() << "Not implemented in your current Korvex system.";
+        return KorvexClient::NotImplemented;
+    default:
+        return KorvexClient::SerializationError;
+    }
+}
+
+// The library's global shutdown frees its reflection data; the generated
+// encode and decode paths that the client uses stay valid, so a later client
+// in the same process still works. Reflection must not be used afterwards.
+void shutdownMessageLibrary()
+{
+    static std::atomic<bool> done{false};
+    if (!done.exchange(true))
+        google::protobuf::ShutdownProtobufLibrary();
+}
+
+} // namespace
+
+KorvexClient::KorvexClient(QObject *parent) : QObject(parent)
+{
+    GOOGLE_PROTOBUF_VERIFY_VERSION;
+}
+
+KorvexClient::~KorvexClient()
+{
+    shutdownMessageLibrary();
+    adoptSocket();
+    delete m_socket;
+}
+
+void KorvexClient::setAddress(const QHostAddress &address, int port)
+{
+    m_address = address;
+    m_port = port;
+}
+
+bool KorvexClient::isValid() const
+{
+    return !m_address.isNull() && m_address != QHostAddress::AnyIPv4 && m_address != QHostAddress::Any
+           && m_address != QHostAddress::AnyIPv6 && m_port != 0;
+}
+
+void KorvexClient::setPersistent(bool persistent)
+{
+    m_persistent = persistent;
+}
+
+// Between requests the socket belongs to no thread, so that whichever thread
+// issues the next request (or destroys the client) can take it over; a socket
+// left on a pool thread could never be touched safely from another one.
+void KorvexClient::adoptSocket()
+{
+    if (m_socket && m_socket->thread() != QThread::currentThread())
+        m_socket->moveToThread(QThread::currentThread());
+}
+
+void KorvexClient::releaseSocket()
+{
+    if (m_socket)
+        m_socket->moveToThread(nullptr);
+}
+
+bool KorvexClient::initConnection(QString &error)
+{
+    adoptSocket();
+    if (m_persistent) {
+        if (m_socket && m_socket->state() == QAbstractSocket::ConnectedState)
+            return true;
+        qCritical() << "[initConnection] Persistant connection but not connected. Will reconnect to"
+                    << m_address.toString();
+    }
+
+    delete m_socket;
+    m_socket = new QTcpSocket();
+    m_socket->setReadBufferSize(ReadBufferSize);
+    m_socket->connectToHost(m_address, static_cast<quint16>(m_port), QIODevice::ReadWrite);
+    if (!m_socket->waitForConnected(ConnectTimeoutMs)) {
+        error = m_socket->errorString();
+        return false;
+    }
+    // Small messages with no framing: do not let Nagle hold them back.
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    // The socket is only read on its own thread; the decoding slot may run on
+    // the client's thread and takes the bytes from the queue. Both are
+    // connected to the same notification, the reader first.
+    QTcpSocket *socket = m_socket;
+    connect(socket, &QTcpSocket::readyRead, socket, [this, socket] { queueChunk(socket->readAll()); },
+            Qt::DirectConnection);
+    connect(m_socket, &QTcpSocket::readyRead, this, &KorvexClient::messageFromDevice);
+    return true;
+}
+
+void KorvexClient::queueChunk(const QByteArray &chunk)
+{
+    QMutexLocker locker(&m_chunkLock);
+    m_pendingChunks.append(chunk);
+}
+
+QByteArray KorvexClient::takeChunk()
+{
+    QMutexLocker locker(&m_chunkLock);
+    return m_pendingChunks.isEmpty() ? QByteArray() : m_pendingChunks.takeFirst();
+}
+
+int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs)
+{
+    QString error;
+    if (!initConnection(error)) {
+        qCritical() << "Unable to connect to" << m_address.toString() << ":" << m_port << error;
+        releaseSocket();
+        return NetworkError;
+    }
+
+    const qint64 size = static_cast<qint64>(request.ByteSizeLong());
+    QByteArray bytes(static_cast<int>(size), '\0');
+    request.SerializePartialToArray(bytes.data(), bytes.size());
+
+    QEventLoop *loop = new QEventLoop();
+    QTimer timer;
+    timer.setSingleShot(true);
+    connect(&timer, &QTimer::timeout, loop, &QEventLoop::quit);
+    connect(this, &KorvexClient::replyFromDevice, loop, &QEventLoop::quit);
+
+    if (m_socket->write(bytes) != size) {
+        qCritical() << "Unable to send request:" << m_socket->errorString();
+        delete loop;
+        releaseSocket();
+        return NetworkError;
+    }
+
+    if (timeoutMs > 0)
+        timer.start(timeoutMs);
+    loop->exec();
+    delete loop;
+    releaseSocket();
+
+    if (timeoutMs > 0 && !timer.isActive()) {
+        qWarning() << "Timeout while waiting for request reply";
+        return NetworkError;
+    }
+    reply = m_lastReply;
+    return Ok;
+}
+
+void KorvexClient::messageFromDevice()
+{
+    m_receiveBuffer.append(takeChunk());
+    google::protobuf::LogSilencer silence;
+
+    Korvex::Reply reply;
+    if (decodeWhole(reply, m_receiveBuffer)) {
+        m_lastReply = m_receiveBuffer;
+        m_receiveBuffer.remove(0, static_cast<int>(reply.ByteSizeLong()));
+        emit replyFromDevice();
+        return;
+    }
+
+    Korvex::Request request;
+    if (decodeWhole(request, m_receiveBuffer)) {
+        m_lastRequest = m_receiveBuffer;
+        m_receiveBuffer.remove(0, static_cast<int>(request.ByteSizeLong()));
+        emit requestFromDevice();
+        return;
+    }
+
+    qWarning() << "Cannot parse message from device";
+}
+
+int KorvexClient::parseReply(const QByteArray &bytes, QVariant &value)
+{
+    Korvex::Reply reply;
+    {
+        google::protobuf::LogSilencer silence;
+        reply.ParsePartialFromArray(bytes.constData(), bytes.size());
+    }
+
+    if (!reply.has_type()) {
+        qCritical() << "[KorvexClient]" << "[parseReply]" << "Can't unserialize reply";
+        return SerializationError;
+    }
+
+    switch (reply.type()) {
+    case Korvex::Reply::Pong:
+        value = QStringLiteral("PONG");
+        return Ok;
+    case Korvex::Reply::Value:
+        if (!reply.has_value() || !reply.value().has_type())
+            return SerializationError;
+        return convertValue(reply.value(), value);
+    case Korvex::Reply::Error:
+        if (!reply.has_status() || !reply.status().has_code())
+            return SerializationError;
+        value = descriptionText(reply.status());
+        return errorResult(reply.status().code());
+    case Korvex::Reply::None:
+        if (!reply.has_status())
+            return Ok;
+        if (!reply.status().has_code())
+            return SerializationError;
+        value = descriptionText(reply.status());
+        return reply.status().code() == Korvex::Status::OkWithInformation ? OkWithInformation : Ok;
+    }
+    return SerializationError;
+}
+
+Korvex::Request KorvexClient::buildRequest(Korvex::Request::Type kind, Korvex::Parameter::Type parameter,
+                                           const QVariant &value)
+{
+    Korvex::Request request;
+    switch (kind) {
+    case Korvex::Request::Ping:
+        request.set_type(kind);
+        break;
+    case Korvex::Request::GetParam:
+        request.set_type(kind);
+        request.mutable_parameter()->set_type(parameter);
+        break;
+    case Korvex::Request::SetParam:
+        request.set_type(kind);
+        request.mutable_parameter()->set_type(parameter);
+        if (!fillValue(request.mutable_parameter()->mutable_value(), value))
+            qCritical() << InvalidRequestMessage;
+        break;
+    case Korvex::Request::CheckArchive:
+    case Korvex::Request::FlashArchive: {
+        request.set_type(kind);
+        request.mutable_parameter()->set_type(parameter);
+        Korvex::Value *archive = request.mutable_parameter()->mutable_value();
+        if (value.type() != QVariant::String) {
+            qCritical() << InvalidRequestMessage;
+            break;
+        }
+        // A path is sent whole, zero bytes included.
+        const QByteArray path = value.toString().toUtf8();
+        archive->set_type(Korvex::Value::String);
+        archive->set_stringvalue(path.constData(), static_cast<size_t>(path.size()));
+        break;
+    }
+    case Korvex::Request::SendCommand: {
+        request.set_type(kind);
+        request.mutable_parameter()->set_type(parameter);
+        const QByteArray command = cutAtZero(value.toString().toUtf8());
+        Korvex::Value *text = request.mutable_parameter()->mutable_value();
+        text->set_type(Korvex::Value::String);
+        text->set_stringvalue(command.constData(), static_cast<size_t>(command.size()));
+        break;
+    }
+    default:
+        qCritical() << InvalidRequestMessage;
+        break;
+    }
+    return request;
+}
+
+Korvex::Request KorvexClient::buildRequest(Korvex::Request::Type kind)
+{
+    return buildRequest(kind, Korvex::Parameter::None, QVariant());
+}
+
+Korvex::Request KorvexClient::buildRequest(Korvex::Request::Type kind, const QVariant &value)
+{
+    return buildRequest(kind, Korvex::Parameter::None, value);
+}
+
+Korvex::Request *KorvexClient::takeLastRequest()
+{
+    auto *request = new Korvex::Request();
+    google::protobuf::LogSilencer silence;
+    if (decodeWhole(*request, m_lastRequest))
+        return request;
+    delete request;
+    return nullptr;
+}
+
+QString KorvexClient::resultText(int code)
+{
+    switch (code) {
+    case GenericError:
+        return QStringLiteral("Generic error: see logs from Android system.");
+    case NetworkError:
+        return QStringLiteral("Network error: device unreachable.");
+    case SerializationError:
+        return QStringLiteral("Serialization error: failed to serialize request.");
+    case InvalidRequest:
+        return QStringLiteral("Invalid request: bad argument or bad format");
+    default:
+        return QStringLiteral("Unknown error. Result code: ") + QString::number(code);
+    }
+}

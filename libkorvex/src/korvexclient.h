@@ -6,6 +6,8 @@
 
 #include <QByteArray>
 #include <QHostAddress>
+#include <QList>
+#include <QMutex>
 #include <QObject>
 #include <QString>
 #include <QVariant>
@@ -104,6 +106,11 @@ private slots:
     void messageFromDevice();
 
 private:
+    void adoptSocket();
+    void releaseSocket();
+    void queueChunk(const QByteArray &chunk);
+    QByteArray takeChunk();
+
     QHostAddress m_address;
     int m_port = 0;
     QTcpSocket *m_socket = nullptr;
@@ -111,4 +118,8 @@ private:
     QByteArray m_lastReply;
     QByteArray m_receiveBuffer; // survives reconnections
     bool m_persistent = false;
+    // Bytes read on the socket's thread, handed to messageFromDevice one
+    // chunk per ready-read notification.
+    QMutex m_chunkLock;
+    QList<QByteArray> m_pendingChunks;
 };

@@ -1,2 +1,55 @@
-// Device simulator (placeholder).
-int main() { return 1; }
+// korvex-devsim: a device simulator that plays the agent's side of the
+// protocol on a loopback address, for tests and demos without a device.
+#include <QCoreApplication>
+#include <QTextStream>
+
+#include <cstdio>
+
+#include "agentserver.h"
+#include "devicestate.h"
+#include "requestlog.h"
+#include "simoptions.h"
+
+namespace {
+
+constexpr int ExitUsage = 2;
+constexpr int ExitFailure = 1;
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName("korvex-devsim");
+
+    SimOptions options;
+    const int status = parseOptions(app.arguments(), options);
+    if (status >= 0)
+        return status;
+
+    QTextStream err(stderr);
+    DeviceState state;
+    for (const auto &setting : options.settings) {
+        QString error;
+        if (!state.set(setting.first, setting.second, error)) {
+            err << "korvex-devsim: " << error << Qt::endl;
+            return ExitUsage;
+        }
+    }
+
+    RequestLog log;
+    QString error;
+    if (!log.open(options.logPath, error)) {
+        err << "korvex-devsim: cannot open " << options.logPath << ": " << error << Qt::endl;
+        return ExitFailure;
+    }
+
+    AgentServer server(options, state, log);
+    if (!server.listen(error)) {
+        err << "korvex-devsim: cannot listen on " << options.address.toString() << ":" << options.port << ": "
+            << error << Qt::endl;
+        return ExitFailure;
+    }
+    QTextStream(stdout) << "listening on " << options.address.toString() << ":" << options.port << Qt::endl;
+    return app.exec();
+}

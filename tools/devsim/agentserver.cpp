@@ -1,0 +1,220 @@
+// The simulated agent.
+#include "agentserver.h"
+
+#include <QTcpSocket>
+#include <QTimer>
+
+namespace {
+
+using Korvex::Reply;
+using Korvex::Request;
+using Korvex::Status;
+
+// Bytes read without completing a request are reported after this pause.
+constexpr int UndecodableGraceMs = 300;
+constexpr int SplitGapMs = 50;
+// A zero tag is invalid whatever follows, so this never decodes as a message.
+const char GarbageBytes[] = "\x00\xde\xad\xbe\xef";
+constexpr int GarbageSize = sizeof(GarbageBytes) - 1;
+
+bool decodeWhole(Request &request, const QByteArray &bytes)
+{
+    return request.ParsePartialFromArray(bytes.constData(), bytes.size()) && request.IsInitialized();
+}
+
+QByteArray encode(const Reply &reply)
+{
+    return QByteArray::fromStdString(reply.SerializeAsString());
+}
+
+Reply plain(Reply::Type type)
+{
+    Reply reply;
+    reply.set_type(type);
+    reply.mutable_status()->set_code(Status::Ok);
+    return reply;
+}
+
+Reply error(Status::Code code, const char *description)
+{
+    Reply reply;
+    reply.set_type(Reply::Error);
+    reply.mutable_status()->set_code(code);
+    reply.mutable_status()->set_description(description);
+    return reply;
+}
+
+} // namespace
+
+AgentServer::AgentServer(const SimOptions &options, DeviceState &state, RequestLog &log, QObject *parent)
+    : QObject(parent), m_options(options), m_state(state), m_log(log)
+{
+    connect(&m_server, &QTcpServer::newConnection, this, &AgentServer::accept);
+}
+
+bool AgentServer::listen(QString &error)
+{
+    if (m_server.listen(m_options.address, m_options.port))
+        return true;
+    error = m_server.errorString();
+    return false;
+}
+
+void AgentServer::accept()
+{
+    while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+        Connection connection;
+        connection.id = ++m_connectionCount;
+        connection.undecodable = new QTimer(socket);
+        connection.undecodable->setSingleShot(true);
+        connection.undecodable->setInterval(UndecodableGraceMs);
+        connect(connection.undecodable, &QTimer::timeout, this, [this, socket] { dropUndecodable(socket); });
+        m_connections.insert(socket, connection);
+        m_log.write(QStringLiteral("connect %1").arg(connection.id));
+
+        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { receive(socket); });
+        connect(socket, &QTcpSocket::disconnected, this, [this, socket] { closed(socket); });
+    }
+}
+
+void AgentServer::receive(QTcpSocket *socket)
+{
+    Connection &connection = m_connections[socket];
+    connection.buffer.append(socket->readAll());
+    Request request;
+    while (!connection.buffer.isEmpty() && decodeWhole(request, connection.buffer)) {
+        connection.buffer.remove(0, static_cast<int>(request.ByteSizeLong()));
+        handle(socket, request);
+        request.Clear();
+    }
+    if (connection.buffer.isEmpty())
+        connection.undecodable->stop();
+    else
+        connection.undecodable->start();
+}
+
+void AgentServer::dropUndecodable(QTcpSocket *socket)
+{
+    Connection &connection = m_connections[socket];
+    if (connection.buffer.isEmpty())
+        return;
+    m_log.write(QStringLiteral("undecodable %1 %2").arg(connection.id).arg(QString::fromLatin1(connection.buffer.toHex())));
+    connection.buffer.clear();
+}
+
+void AgentServer::closed(QTcpSocket *socket)
+{
+    if (!m_connections.contains(socket))
+        return;
+    dropUndecodable(socket);
+    m_log.write(QStringLiteral("disconnect %1").arg(m_connections.value(socket).id));
+    m_connections.remove(socket);
+    socket->deleteLater();
+}
+
+void AgentServer::handle(QTcpSocket *socket, const Korvex::Request &request)
+{
+    m_log.write(QStringLiteral("request %1 %2")
+                    .arg(m_connections.value(socket).id)
+                    .arg(QString::fromStdString(request.ShortDebugString())));
+
+    const Fault &fault = m_options.fault;
+    // The shell reads the agent version at start-up; leave it alone so that
+    // faults hit the commands under test.
+    const bool versionRead = request.type() == Request::GetParam && request.has_parameter()
+                             && request.parameter().type() == Korvex::Parameter::KorvexVersion;
+    const bool eligible = fault.any() && (fault.all || !versionRead);
+    const bool faulty = eligible && (fault.count < 0 || m_faultsPlayed < fault.count);
+    if (faulty)
+        ++m_faultsPlayed;
+
+    const Reply normal = answer(request, !(faulty && fault.refuses()));
+    deliver(socket, faulty ? faultyReply(normal) : encode(normal), faulty);
+}
+
+Korvex::Reply AgentServer::answer(const Korvex::Request &request, bool apply)
+{
+    switch (request.type()) {
+    case Request::Ping:
+        return plain(Reply::Pong);
+    case Request::GetParam: {
+        if (!request.has_parameter() || !m_state.has(request.parameter().type()))
+            return error(Status::InvalidRequest, "Unknown parameter");
+        Reply reply = plain(Reply::Value);
+        *reply.mutable_value() = m_state.value(request.parameter().type());
+        return reply;
+    }
+    case Request::SetParam:
+        if (!request.has_parameter() || !request.parameter().has_value()
+            || !request.parameter().value().has_type())
+            return error(Status::InvalidRequest, "Missing value");
+        if (apply)
+            m_state.store(request.parameter());
+        return plain(Reply::None);
+    case Request::SendCommand:
+    case Request::CheckArchive:
+    case Request::FlashArchive:
+        return plain(Reply::None);
+    case Request::PushData:
+        return error(Status::NotImplemented, "Not implemented");
+    default:
+        return error(Status::InvalidRequest, "Invalid request");
+    }
+}
+
+QByteArray AgentServer::faultyReply(const Korvex::Reply &normal) const
+{
+    const Fault &fault = m_options.fault;
+    if (fault.rawReply)
+        return fault.rawBytes;
+    if (fault.garbage)
+        return QByteArray(GarbageBytes, GarbageSize);
+    if (fault.error) {
+        Reply reply;
+        reply.set_type(Reply::Error);
+        reply.mutable_status()->set_code(fault.errorCode);
+        if (fault.errorHasDescription)
+            reply.mutable_status()->set_description(fault.errorDescription.toStdString());
+        return encode(reply);
+    }
+    if (fault.info) {
+        Reply reply = plain(Reply::None);
+        reply.mutable_status()->set_code(Status::OkWithInformation);
+        reply.mutable_status()->set_description(fault.infoText.toStdString());
+        return encode(reply);
+    }
+    return encode(normal);
+}
+
+void AgentServer::deliver(QTcpSocket *socket, const QByteArray &bytes, bool faulty)
+{
+    const Fault &fault = m_options.fault;
+    if (faulty && fault.silent)
+        return;
+    const bool split = faulty && fault.split;
+    const bool close = faulty && fault.close;
+    auto act = [this, socket, bytes, split, close] {
+        if (close)
+            socket->disconnectFromHost();
+        else
+            write(socket, bytes, split);
+    };
+    if (faulty && fault.delayMs > 0)
+        QTimer::singleShot(fault.delayMs, socket, act);
+    else
+        act();
+}
+
+void AgentServer::write(QTcpSocket *socket, const QByteArray &bytes, bool split)
+{
+    if (!split || bytes.size() < 2) {
+        socket->write(bytes);
+        return;
+    }
+    const int half = bytes.size() / 2;
+    socket->write(bytes.left(half));
+    socket->flush();
+    const QByteArray rest = bytes.mid(half);
+    QTimer::singleShot(SplitGapMs, socket, [socket, rest] { socket->write(rest); });
+}

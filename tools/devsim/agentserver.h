@@ -1,0 +1,51 @@
+// The simulated agent: accepts connections, decodes requests with the same
+// whole-buffer rule as the shell, answers from the device state and plays
+// the configured fault.
+#pragma once
+
+#include <QHash>
+#include <QObject>
+#include <QTcpServer>
+
+#include "devicestate.h"
+#include "requestlog.h"
+#include "simoptions.h"
+
+class QTcpSocket;
+class QTimer;
+
+class AgentServer : public QObject
+{
+    Q_OBJECT
+
+public:
+    AgentServer(const SimOptions &options, DeviceState &state, RequestLog &log, QObject *parent = nullptr);
+
+    bool listen(QString &error);
+
+private:
+    struct Connection
+    {
+        int id = 0;
+        QByteArray buffer;
+        QTimer *undecodable = nullptr; // gives a partial request time to complete
+    };
+
+    void accept();
+    void receive(QTcpSocket *socket);
+    void dropUndecodable(QTcpSocket *socket);
+    void closed(QTcpSocket *socket);
+    void handle(QTcpSocket *socket, const Korvex::Request &request);
+    Korvex::Reply answer(const Korvex::Request &request, bool apply);
+    QByteArray faultyReply(const Korvex::Reply &normal) const;
+    void deliver(QTcpSocket *socket, const QByteArray &bytes, bool faulty);
+    void write(QTcpSocket *socket, const QByteArray &bytes, bool split);
+
+    const SimOptions &m_options;
+    DeviceState &m_state;
+    RequestLog &m_log;
+    QTcpServer m_server;
+    QHash<QTcpSocket *, Connection> m_connections;
+    int m_connectionCount = 0;
+    int m_faultsPlayed = 0;
+};
