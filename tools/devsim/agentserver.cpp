@@ -80,25 +80,31 @@ void AgentServer::accept()
 
 void AgentServer::receive(QTcpSocket *socket)
 {
-    Connection &connection = m_connections[socket];
-    connection.buffer.append(socket->readAll());
-    Request request;
-    while (!connection.buffer.isEmpty() && decodeWhole(request, connection.buffer)) {
+    if (!m_connections.contains(socket))
+        return;
+    m_connections[socket].buffer.append(socket->readAll());
+    // Handling a request may close the connection and forget it, so the
+    // record is looked up again after each one.
+    while (m_connections.contains(socket)) {
+        Connection &connection = m_connections[socket];
+        Request request;
+        if (connection.buffer.isEmpty() || !decodeWhole(request, connection.buffer)) {
+            if (connection.buffer.isEmpty())
+                connection.undecodable->stop();
+            else
+                connection.undecodable->start();
+            return;
+        }
         connection.buffer.remove(0, static_cast<int>(request.ByteSizeLong()));
         handle(socket, request);
-        request.Clear();
     }
-    if (connection.buffer.isEmpty())
-        connection.undecodable->stop();
-    else
-        connection.undecodable->start();
 }
 
 void AgentServer::dropUndecodable(QTcpSocket *socket)
 {
-    Connection &connection = m_connections[socket];
-    if (connection.buffer.isEmpty())
+    if (!m_connections.contains(socket) || m_connections[socket].buffer.isEmpty())
         return;
+    Connection &connection = m_connections[socket];
     m_log.write(QStringLiteral("undecodable %1 %2").arg(connection.id).arg(QString::fromLatin1(connection.buffer.toHex())));
     connection.buffer.clear();
 }
