@@ -6,6 +6,12 @@
 #include <QList>
 #include <QString>
 
+// Codes that VirtualMachine::state() reports; the shell's MachineState uses the
+// same values.
+namespace VMToolsMachineState {
+enum : int { Unknown = 0, On = 1, Off = 2, Paused = 3, Process = 4, Aborted = 5 };
+}
+
 struct VMToolsStatus
 {
     int state = 1;   // 0 or 3: usable; anything else: the engine is rejected
@@ -16,7 +22,7 @@ class VirtualMachine
 {
 public:
     virtual QString name() const = 0;
-    virtual int state() const = 0; // MachineState
+    virtual int state() const = 0; // VMToolsMachineState
     virtual QString androidVersion() const = 0;
     virtual QString vmVersion() const = 0;
     virtual QString platform() const = 0;

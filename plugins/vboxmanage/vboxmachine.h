@@ -1,0 +1,68 @@
+// One VirtualBox machine as the plug-in hands it to the shell. The engine keeps
+// one object per machine UUID for its whole life, so handles held by the shell
+// stay valid across refreshes; each refresh updates the cached facts.
+#pragma once
+
+#include <QHash>
+#include <QMutex>
+#include <QString>
+#include <QWaitCondition>
+
+#include "vmtoolsengine.h"
+
+class VBoxManageRunner;
+
+// Counts VBoxManage calls that the shell started in the background, so that
+// the engine is not destroyed under them.
+class CallTracker
+{
+public:
+    void begin();
+    void end();
+    // True when no call is left before the time-out.
+    bool waitIdle(int timeoutMs);
+
+private:
+    QMutex m_lock;
+    QWaitCondition m_idle;
+    int m_count = 0;
+};
+
+struct VBoxMachineInfo
+{
+    QString name;
+    int state = VMToolsMachineState::Unknown;
+    QString ipAddress;
+    QHash<QString, QString> extraData;
+};
+
+class VBoxMachine final : public VirtualMachine
+{
+public:
+    // Results of restoreFactoryBackup().
+    enum RestoreResult { Restored = 0, NoFactorySnapshot = 1, VirtualBoxError = 2 };
+
+    VBoxMachine(const QString &uuid, const VBoxManageRunner &runner, CallTracker &tracker);
+    ~VBoxMachine() = default;
+
+    QString uuid() const { return m_uuid; }
+    void update(const VBoxMachineInfo &info);
+
+    QString name() const override;
+    int state() const override;
+    QString androidVersion() const override;
+    QString vmVersion() const override;
+    QString platform() const override;
+    void storeDeviceId(const QString &deviceId) override;
+    QString ipAddress() const override;
+    int restoreFactoryBackup() override;
+
+private:
+    QString extraData(const char *key) const;
+
+    const QString m_uuid;
+    const VBoxManageRunner &m_runner;
+    CallTracker &m_tracker;
+    mutable QMutex m_lock; // the shell reads from its thread while a refresh may update
+    VBoxMachineInfo m_info;
+};
