@@ -80,6 +80,7 @@ void installRestoration()
 // end of input. Without a terminal the attribute calls fail and are ignored.
 int KeyReader::getch() const
 {
+    restoreTerminalOnExit();
     termios saved;
     const bool haveAttributes = tcgetattr(STDIN_FILENO, &saved) == 0;
     if (haveAttributes) {

@@ -30,6 +30,6 @@ public:
     // Remembers the terminal's attributes as they are now and puts them back
     // at exit and on SIGTERM, SIGHUP and SIGQUIT, so that being killed during
     // a raw read never leaves the user's terminal without echo. Only the
-    // first call does anything.
+    // first call does anything; getch makes it before its first switch.
     static void restoreTerminalOnExit();
 };

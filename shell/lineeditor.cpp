@@ -54,7 +54,6 @@ void Prompt::onInterrupt(int signalNumber)
 // Reads and runs lines until quit, exit, Ctrl-D or the application stopping.
 void Prompt::shell()
 {
-    KeyReader::restoreTerminalOnExit();
     while (m_running) {
         displayPrompt(false, false);
         m_out.flush();
