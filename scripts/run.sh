@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Builds the shell and tries it against the device simulator on 127.0.0.1:
+# the simulator runs in the background for as long as the shell does.
+# Extra arguments go to the shell, e.g. scripts/run.sh -c "battery getlevel".
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/common.sh
+
+readonly DEVICE_ADDRESS=127.0.0.1
+readonly READY_WAIT_TENTHS=100
+
+ensure_packages
+build_tree
+
+ready_file="$(mktemp)"
+"$BUILD_DIR/korvex-devsim" --address "$DEVICE_ADDRESS" --log "$BUILD_DIR/korvex-devsim.log" >"$ready_file" &
+sim_pid=$!
+trap 'kill "$sim_pid" 2>/dev/null; wait "$sim_pid" 2>/dev/null; rm -f "$ready_file"' EXIT
+
+for ((i = 0; i < READY_WAIT_TENTHS; i++)); do
+    grep -q "^listening on" "$ready_file" && break
+    if ! kill -0 "$sim_pid" 2>/dev/null; then
+        echo "The device simulator could not start on $DEVICE_ADDRESS (is port 22666 in use?)" >&2
+        exit 1
+    fi
+    sleep 0.1
+done
+if ! grep -q "^listening on" "$ready_file"; then
+    echo "The device simulator did not become ready on $DEVICE_ADDRESS" >&2
+    exit 1
+fi
+
+status=0
+"$BUILD_DIR/korvex-shell" -r "$DEVICE_ADDRESS" "$@" || status=$?
+exit "$status"
