@@ -2,6 +2,7 @@
 // with the shell's output captured from its console stream.
 #include <QtTest>
 
+#include <functional>
 #include <memory>
 
 #include "console.h"
@@ -9,7 +10,8 @@
 
 namespace {
 
-const char LocalDevice[] = "127.0.0.170";
+// Nothing listens here: the remote client only needs a usable address.
+const char RemoteAddress[] = "127.0.0.173";
 
 QString helpBlock(const QStringList &rows)
 {
@@ -19,7 +21,12 @@ QString helpBlock(const QStringList &rows)
     return text + "\n";
 }
 
+// One call of a shared check on a prompt; it passes when it prints nothing.
+using Check = std::function<int(Prompt &)>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Check)
 
 class TestDispatch : public QObject
 {
@@ -27,33 +34,23 @@ class TestDispatch : public QObject
 
 private slots:
     void initTestCase();
-    void init();
     void cleanup();
 
     void splitCommandLine_data();
     void splitCommandLine();
     void execCommand_data();
     void execCommand();
-    void remoteOnlyRefusals_data();
-    void remoteOnlyRefusals();
-    void hiddenAlias();
     void history_data();
     void history();
     void historyCapacity();
-    void checkParams_data();
-    void checkParams();
-    void checkIntParameter_data();
-    void checkIntParameter();
-    void checkLimits_data();
-    void checkLimits();
-    void checkLimitsFollowsLocale_data();
-    void checkLimitsFollowsLocale();
+    void checks_data();
+    void checks();
     void checkDevice();
     void compareVersions_data();
     void compareVersions();
 
 private:
-    std::unique_ptr<Prompt> makePrompt(int mode, const QString &address = LocalDevice);
+    std::unique_ptr<Prompt> makePrompt(int mode, const QString &address = RemoteAddress);
     QString takeOutput();
 
     QTemporaryDir m_home;
@@ -70,11 +67,6 @@ void TestDispatch::initTestCase()
     // The device sources log their start-up; none of it matters here.
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     console().setString(&m_output, QIODevice::ReadWrite);
-}
-
-void TestDispatch::init()
-{
-    m_output.clear();
 }
 
 void TestDispatch::cleanup()
@@ -112,9 +104,8 @@ void TestDispatch::splitCommandLine_data()
                                               << QStringList{"phone", "sms", "0612", "hello world"};
     QTest::newRow("empty quotes") << "phone sms 0612 \"\"" << QStringList{"phone", "sms", "0612", ""};
     QTest::newRow("no blanks around quotes") << "ab\"c d\"e" << QStringList{"ab", "c d", "e"};
-    QTest::newRow("single quotes") << "a 'b c'" << QStringList{"a", "b c"};
     QTest::newRow("mixed quotes close each other") << "a \"b c' d" << QStringList{"a", "b c", "d"};
-    QTest::newRow("unterminated quote") << "a \"b c" << QStringList{"a", "b c"};
+    QTest::newRow("unterminated quote") << "a 'b c" << QStringList{"a", "b c"};
     // A leading quote inverts the parity: the empty piece before it counts.
     QTest::newRow("leading quote") << "\"a b\" c" << QStringList{"", "a", "b", " c"};
 }
@@ -128,10 +119,13 @@ void TestDispatch::splitCommandLine()
 
 void TestDispatch::execCommand_data()
 {
+    QTest::addColumn<int>("mode");
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("output");
     QTest::addColumn<int>("status");
 
+    const int local = Prompt::LocalHost;
+    const int remote = Prompt::RemoteHost;
     const QString batteryHelp = helpBlock({
         "getlevel            get the current battery charge level (in percents)",
         "getmode             get the current battery mode",
@@ -142,32 +136,22 @@ void TestDispatch::execCommand_data()
         "setstatus           set the battery state of charge (\"charging [0-100]\", \"discharging [0-100]\", "
         "\"notcharging [0-100]\", \"full\")",
     });
+    const QString notAvailable = "Command not available in this mode (remote host)\n";
 
-    QTest::newRow("empty line") << "" << "Command not found: \n" << 1;
-    QTest::newRow("blank line") << "  " << "Command not found:   \n" << 1;
-    QTest::newRow("unknown verb") << "nosuch 1 2" << "Command not found: nosuch 1 2\n" << 1;
-    QTest::newRow("case-sensitive") << "BATTERY getlevel" << "Command not found: BATTERY getlevel\n" << 1;
-    QTest::newRow("version") << "version" << "2.8.1 20161117-c0196b8\n" << 0;
-    QTest::newRow("version with a parameter")
-        << "version now" << "Syntax error: Command expects 0 parameters while 1 were given.\n" << -1;
-    QTest::newRow("pause without parameter")
-        << "pause" << "Syntax error: Command expects 1 parameters while 0 were given.\n" << -1;
-    QTest::newRow("pause not an integer") << "pause x" << "Syntax error: Parameter 1 should be of type Integer\n"
-                                          << -1;
-    QTest::newRow("negative pause") << "pause -3" << "" << 0;
-    QTest::newRow("quoted parameter") << "pause \"\"" << "Syntax error: Parameter 1 should be of type Integer\n"
-                                      << -1;
-    QTest::newRow("quit") << "quit" << "Exiting...\n" << 0;
-    QTest::newRow("exit") << "exit" << "Exiting...\n" << 0;
-    QTest::newRow("quit with a parameter")
-        << "quit now" << "Syntax error: Command expects 0 parameters while 1 were given.\n" << -1;
-    QTest::newRow("verb alone") << "battery" << batteryHelp << 0;
-    QTest::newRow("verb with unknown words") << "battery nosuch 3" << batteryHelp << 0;
-    QTest::newRow("help of a verb") << "help battery" << batteryHelp << 0;
-    QTest::newRow("help narrows per word") << "help battery gps" << helpBlock({}) << 0;
-    QTest::newRow("help of a one-word command") << "help quit" << helpBlock({}) << 0;
+    QTest::newRow("empty line") << local << "" << "Command not found: \n" << 1;
+    QTest::newRow("blank line") << local << "  " << "Command not found:   \n" << 1;
+    QTest::newRow("case-sensitive") << local << "BATTERY getlevel" << "Command not found: BATTERY getlevel\n" << 1;
+    QTest::newRow("parameters reach the handler")
+        << local << "pause x" << "Syntax error: Parameter 1 should be of type Integer\n" << -1;
+    QTest::newRow("quoted empty parameter")
+        << local << "pause \"\"" << "Syntax error: Parameter 1 should be of type Integer\n" << -1;
+    QTest::newRow("negative pause") << local << "pause -3" << "" << 0;
+    QTest::newRow("exit is quit") << local << "exit" << "Exiting...\n" << 0;
+    QTest::newRow("verb alone") << local << "battery" << batteryHelp << 0;
+    QTest::newRow("verb with unknown words") << local << "battery nosuch 3" << batteryHelp << 0;
+    QTest::newRow("help narrows per word") << local << "help battery gps" << helpBlock({}) << 0;
     QTest::newRow("help skips the hidden alias")
-        << "help phone"
+        << local << "help phone"
         << helpBlock({
                "baseband            send a command directly to the virtual device baseband",
                "call                call the virtual device from the given phone number <Phone number max 16 "
@@ -176,41 +160,26 @@ void TestDispatch::execCommand_data()
                "<Phone number max 16 digits> <text>",
            })
         << 0;
+    // The alias runs the baseband handler, whose first check is the device.
+    QTest::newRow("hidden alias runs")
+        << remote << "phone boysband"
+        << "The remote device could not be reached because of its wrong IP address. Please check your network "
+           "configuration.\n"
+        << -1;
+    QTest::newRow("remote refresh") << remote << "devices refresh" << notAvailable << -1;
+    QTest::newRow("remote select, joined name") << remote << "devices-select 1" << notAvailable << -1;
 }
 
 void TestDispatch::execCommand()
 {
+    QFETCH(int, mode);
     QFETCH(QString, line);
     QFETCH(QString, output);
     QFETCH(int, status);
 
-    auto prompt = makePrompt(Prompt::LocalHost);
+    auto prompt = makePrompt(mode, mode == Prompt::RemoteHost ? "0.0.0.0" : RemoteAddress);
     QCOMPARE(prompt->execCommand(line), status);
     QCOMPARE(takeOutput(), output);
-}
-
-void TestDispatch::remoteOnlyRefusals_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::newRow("refresh") << "devices refresh";
-    QTest::newRow("select with id") << "devices select 1";
-    QTest::newRow("joined name") << "devices-select";
-}
-
-void TestDispatch::remoteOnlyRefusals()
-{
-    QFETCH(QString, line);
-    auto prompt = makePrompt(Prompt::RemoteHost);
-    QCOMPARE(prompt->execCommand(line), -1);
-    QCOMPARE(takeOutput(), QString("Command not available in this mode (remote host)\n"));
-}
-
-void TestDispatch::hiddenAlias()
-{
-    auto prompt = makePrompt(Prompt::LocalHost);
-    QVERIFY(prompt->hasCommand("phone-boysband"));
-    QVERIFY(!prompt->helps().contains("phone-boysband"));
-    QVERIFY(prompt->helps().contains("phone-baseband"));
 }
 
 void TestDispatch::history_data()
@@ -222,9 +191,8 @@ void TestDispatch::history_data()
     QTest::newRow("consecutive duplicate once") << QStringList{"version", "version"} << QStringList{"version"};
     QTest::newRow("non-consecutive duplicates kept")
         << QStringList{"a", "b", "a"} << QStringList{"a", "b", "a"};
-    QTest::newRow("unknown and empty lines recorded")
-        << QStringList{"", "nosuch x"} << QStringList{"nosuch x", ""};
-    QTest::newRow("raw line recorded") << QStringList{"  pause   -1 "} << QStringList{"  pause   -1 "};
+    QTest::newRow("unknown, empty and raw lines recorded")
+        << QStringList{"", "  nosuch   x "} << QStringList{"  nosuch   x ", ""};
 }
 
 void TestDispatch::history()
@@ -250,167 +218,95 @@ void TestDispatch::historyCapacity()
     // The oldest entry goes before the duplicate test, so a full history shrinks.
     prompt->execCommand("line 1001");
     QCOMPARE(prompt->history().size(), 999);
-    QCOMPARE(prompt->history().last(), QString("line 3"));
 }
 
-void TestDispatch::checkParams_data()
+void TestDispatch::checks_data()
 {
-    QTest::addColumn<QStringList>("params");
-    QTest::addColumn<int>("expected");
-    QTest::addColumn<bool>("orMore");
+    QTest::addColumn<Check>("check");
     QTest::addColumn<QString>("output");
+    QTest::addColumn<QString>("locale");
 
-    const QStringList none;
-    const QStringList one{"a"};
-    const QStringList two{"a", "b"};
-    QTest::newRow("exact") << one << 1 << false << "";
-    QTest::newRow("too many") << two << 1 << false
-                              << "Syntax error: Command expects 1 parameters while 2 were given.\n";
-    QTest::newRow("too few") << none << 1 << false
-                             << "Syntax error: Command expects 1 parameters while 0 were given.\n";
-    QTest::newRow("or more, exact") << one << 1 << true << "";
-    QTest::newRow("or more, more") << two << 1 << true << "";
-    QTest::newRow("or more, too few") << none << 1 << true
-                                      << "Syntax error: Command expects 1 parameters while 0 were given.\n";
-}
+    const QString c = "C";
+    const auto params = [](QStringList list, int expected, bool orMore) {
+        return Check([=](Prompt &p) { return p.checkParams(list, expected, orMore); });
+    };
+    const auto integer = [](QStringList list, int index) {
+        return Check([=](Prompt &p) { return p.checkIntParameter(list, index); });
+    };
+    const auto limits = [](QString param, double lower, double upper, bool lowerIn, bool upperIn) {
+        return Check([=](Prompt &p) { return p.checkLimits(param, lower, upper, lowerIn, upperIn); });
+    };
+    const QString notInteger = "Syntax error: Parameter %1 should be of type Integer\n";
 
-void TestDispatch::checkParams()
-{
-    QFETCH(QStringList, params);
-    QFETCH(int, expected);
-    QFETCH(bool, orMore);
-    QFETCH(QString, output);
+    QTest::newRow("count exact") << params({"a"}, 1, false) << "" << c;
+    QTest::newRow("count too many") << params({"a", "b"}, 1, false)
+                                    << "Syntax error: Command expects 1 parameters while 2 were given.\n" << c;
+    QTest::newRow("or more, more") << params({"a", "b"}, 1, true) << "" << c;
+    QTest::newRow("or more, too few") << params({}, 1, true)
+                                      << "Syntax error: Command expects 1 parameters while 0 were given.\n" << c;
 
-    auto prompt = makePrompt(Prompt::LocalHost);
-    QCOMPARE(prompt->checkParams(params, expected, orMore), output.isEmpty() ? 0 : -1);
-    QCOMPARE(takeOutput(), output);
-}
+    QTest::newRow("integer") << integer({"x", "-7"}, 1) << "" << c;
+    QTest::newRow("trailing letter") << integer({"5x"}, 0) << notInteger.arg(1) << c;
+    QTest::newRow("hexadecimal") << integer({"1", "0x10"}, 1) << notInteger.arg(2) << c;
+    QTest::newRow("beyond 32 bits") << integer({"2147483648"}, 0) << notInteger.arg(1) << c;
+    QTest::newRow("integer missing") << integer({"1", "2"}, 2)
+                                     << "Syntax error: Command expects parameter nb 3 to be of type Integer, but "
+                                        "received only 2 parameters\n"
+                                     << c;
 
-void TestDispatch::checkIntParameter_data()
-{
-    QTest::addColumn<QStringList>("params");
-    QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("output");
-
-    QTest::newRow("integer") << QStringList{"42"} << 0 << "";
-    QTest::newRow("negative") << QStringList{"-7"} << 0 << "";
-    QTest::newRow("second parameter") << QStringList{"x", "3"} << 1 << "";
-    QTest::newRow("trailing letter") << QStringList{"5x"} << 0
-                                     << "Syntax error: Parameter 1 should be of type Integer\n";
-    QTest::newRow("hexadecimal") << QStringList{"0x10"} << 0
-                                 << "Syntax error: Parameter 1 should be of type Integer\n";
-    QTest::newRow("decimal point") << QStringList{"1", "2.5"} << 1
-                                   << "Syntax error: Parameter 2 should be of type Integer\n";
-    QTest::newRow("beyond 32 bits") << QStringList{"2147483648"} << 0
-                                    << "Syntax error: Parameter 1 should be of type Integer\n";
-    QTest::newRow("missing") << QStringList() << 0
-                             << "Syntax error: Command expects parameter nb 1 to be of type Integer, but received "
-                                "only 0 parameters\n";
-    QTest::newRow("missing after others") << QStringList{"1", "2"} << 2
-                                          << "Syntax error: Command expects parameter nb 3 to be of type "
-                                             "Integer, but received only 2 parameters\n";
-}
-
-void TestDispatch::checkIntParameter()
-{
-    QFETCH(QStringList, params);
-    QFETCH(int, index);
-    QFETCH(QString, output);
-
-    auto prompt = makePrompt(Prompt::LocalHost);
-    QCOMPARE(prompt->checkIntParameter(params, index), output.isEmpty() ? 0 : -1);
-    QCOMPARE(takeOutput(), output);
-}
-
-void TestDispatch::checkLimits_data()
-{
-    QTest::addColumn<QString>("param");
-    QTest::addColumn<double>("lower");
-    QTest::addColumn<double>("upper");
-    QTest::addColumn<bool>("lowerIncluded");
-    QTest::addColumn<bool>("upperIncluded");
-    QTest::addColumn<QString>("output");
-
-    QTest::newRow("upper included") << "90" << -90.0 << 90.0 << true << true << "";
-    QTest::newRow("lower included") << "-90" << -90.0 << 90.0 << true << true << "";
-    QTest::newRow("upper excluded") << "90" << -90.0 << 90.0 << true << false
-                                    << "Syntax error: Expected a value in [-90; 90] but got 90\n";
-    QTest::newRow("lower excluded") << "-90" << -90.0 << 90.0 << false << true
-                                    << "Syntax error: Expected a value in [-90; 90] but got -90\n";
-    QTest::newRow("fraction") << "48.8566" << -90.0 << 90.0 << true << true << "";
-    QTest::newRow("exponent") << "1e2" << 0.0 << 200.0 << true << true << "";
-    QTest::newRow("above") << "200.5" << 0.0 << 200.0 << true << true
-                           << "Syntax error: Expected a value in [0; 200] but got 200.5\n";
-    QTest::newRow("not a number") << "north" << -180.0 << 180.0 << true << true
-                                  << "Syntax error: Expected a value in [-180; 180] but got north\n";
-    QTest::newRow("six significant digits") << "0.1" << 0.1234567 << 1234567.0 << true << true
-                                            << "Syntax error: Expected a value in [0.123457; 1.23457e+06] but "
-                                               "got 0.1\n";
-    QTest::newRow("percent in the text") << "%1" << 0.0 << 1.0 << true << true
-                                         << "Syntax error: Expected a value in [0; 1] but got %1\n";
-}
-
-void TestDispatch::checkLimits()
-{
-    QFETCH(QString, param);
-    QFETCH(double, lower);
-    QFETCH(double, upper);
-    QFETCH(bool, lowerIncluded);
-    QFETCH(bool, upperIncluded);
-    QFETCH(QString, output);
-
-    auto prompt = makePrompt(Prompt::LocalHost);
-    QCOMPARE(prompt->checkLimits(param, lower, upper, lowerIncluded, upperIncluded), output.isEmpty() ? 0 : -1);
-    QCOMPARE(takeOutput(), output);
-}
-
-void TestDispatch::checkLimitsFollowsLocale_data()
-{
-    QTest::addColumn<QString>("param");
-    QTest::addColumn<QString>("output");
-
-    QTest::newRow("decimal comma") << "48,8566" << "";
-    QTest::newRow("decimal point refused")
-        << "48.8566" << "Syntax error: Expected a value in [-10000; 10000] but got 48.8566\n";
+    QTest::newRow("upper included") << limits("90", -90, 90, true, true) << "" << c;
+    QTest::newRow("upper excluded") << limits("90", -90, 90, true, false)
+                                    << "Syntax error: Expected a value in [-90; 90] but got 90\n" << c;
+    QTest::newRow("lower excluded") << limits("-90", -90, 90, false, true)
+                                    << "Syntax error: Expected a value in [-90; 90] but got -90\n" << c;
+    QTest::newRow("exponent") << limits("1e2", 0, 200, true, true) << "" << c;
+    QTest::newRow("not a number") << limits("north", -180, 180, true, true)
+                                  << "Syntax error: Expected a value in [-180; 180] but got north\n" << c;
+    QTest::newRow("six significant digits") << limits("%1", 0.1234567, 1234567, true, true)
+                                            << "Syntax error: Expected a value in [0.123457; 1.23457e+06] but got "
+                                               "%1\n"
+                                            << c;
+    QTest::newRow("decimal comma") << limits("48,85", -90, 90, true, true) << "" << "de_DE";
+    QTest::newRow("decimal point refused") << limits("48.85", -90, 90, true, true)
+                                           << "Syntax error: Expected a value in [-90; 90] but got 48.85\n"
+                                           << "de_DE";
     // Bounds keep the plain form of the help texts, without group separators.
-    QTest::newRow("bounds unlocalised")
-        << "20000" << "Syntax error: Expected a value in [-10000; 10000] but got 20000\n";
+    QTest::newRow("bounds unlocalised") << limits("20000", -10000, 10000, true, true)
+                                        << "Syntax error: Expected a value in [-10000; 10000] but got 20000\n"
+                                        << "en_US";
 }
 
-void TestDispatch::checkLimitsFollowsLocale()
+void TestDispatch::checks()
 {
-    QFETCH(QString, param);
+    QFETCH(Check, check);
     QFETCH(QString, output);
+    QFETCH(QString, locale);
 
-    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    QLocale::setDefault(QLocale(locale));
     auto prompt = makePrompt(Prompt::LocalHost);
-    QCOMPARE(prompt->checkLimits(param, -10000, 10000), output.isEmpty() ? 0 : -1);
+    QCOMPARE(check(*prompt), output.isEmpty() ? 0 : -1);
     QCOMPARE(takeOutput(), output);
 }
 
 void TestDispatch::checkDevice()
 {
-    {
-        auto local = makePrompt(Prompt::LocalHost);
-        QCOMPARE(local->checkDevice(), -1);
-        QCOMPARE(takeOutput(), QString("No virtual device selected.\n"));
-    }
-    {
-        auto anyAddress = makePrompt(Prompt::RemoteHost, "0.0.0.0");
-        QCOMPARE(anyAddress->checkDevice(), -1);
-        QCOMPARE(takeOutput(), QString("The remote device could not be reached because of its wrong IP address. "
-                                       "Please check your network configuration.\n"));
-    }
-    {
-        // The remote device points its client at the address from a worker thread.
-        auto remote = makePrompt(Prompt::RemoteHost);
-        QDeadlineTimer deadline(10000);
-        while (remote->checkDevice() != 0 && !deadline.hasExpired())
-            QThread::msleep(10);
-        takeOutput();
-        QCOMPARE(remote->checkDevice(), 0);
-        QCOMPARE(takeOutput(), QString());
-    }
+    auto local = makePrompt(Prompt::LocalHost);
+    QCOMPARE(local->checkDevice(), -1);
+    QCOMPARE(takeOutput(), QString("No virtual device selected.\n"));
+
+    auto anyAddress = makePrompt(Prompt::RemoteHost, "0.0.0.0");
+    QCOMPARE(anyAddress->checkDevice(), -1);
+    QCOMPARE(takeOutput(), QString("The remote device could not be reached because of its wrong IP address. "
+                                   "Please check your network configuration.\n"));
+
+    // The remote device points its client at the address from a worker thread.
+    auto remote = makePrompt(Prompt::RemoteHost);
+    QDeadlineTimer deadline(10000);
+    while (remote->checkDevice() != 0 && !deadline.hasExpired())
+        QThread::msleep(10);
+    takeOutput();
+    QCOMPARE(remote->checkDevice(), 0);
+    QCOMPARE(takeOutput(), QString());
 }
 
 void TestDispatch::compareVersions_data()
@@ -420,19 +316,14 @@ void TestDispatch::compareVersions_data()
     QTest::addColumn<int>("result");
 
     QTest::newRow("equal") << "2.8.1" << "2.8.1" << 0;
-    QTest::newRow("newer patch") << "2.0.4" << "2.0.3" << 1;
     QTest::newRow("older patch") << "2.0.3" << "2.0.4" << -1;
     QTest::newRow("numeric, not textual") << "2.10" << "2.9" << 1;
     QTest::newRow("more components newer") << "2.0.0" << "2.0" << 1;
-    QTest::newRow("fewer components older") << "2" << "2.0.1" << -1;
-    QTest::newRow("first difference decides") << "3.0" << "2.9.9" << 1;
+    QTest::newRow("first difference decides") << "2" << "1.9.9" << 1;
     QTest::newRow("suffix ignored") << "2.0.3-rc1" << "2.0.3" << 0;
-    QTest::newRow("suffix with newer number") << "2.0.4-beta" << "2.0.3" << 1;
     QTest::newRow("blanks trimmed") << " 1.0.0 " << "2.8.1" << -1;
-    QTest::newRow("not a version") << "abc" << "1.0" << 0;
-    QTest::newRow("empty") << "" << "1.0" << 0;
-    QTest::newRow("double dot") << "1..0" << "0.1" << 0;
-    QTest::newRow("second not a version") << "2.0" << "v1" << 0;
+    QTest::newRow("not a version") << "2.0.4" << "v1" << 0;
+    QTest::newRow("empty component") << "1..0" << "0.1" << 0;
 }
 
 void TestDispatch::compareVersions()
