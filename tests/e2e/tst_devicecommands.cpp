@@ -1,0 +1,292 @@
+// Device commands end to end: the real shell against a simulated device, with
+// the exact output, exit status and requests the device received.
+#include <QRegularExpression>
+#include <QtTest>
+
+#include "devsim.h"
+#include "prompt.h"
+#include "shellrunner.h"
+
+namespace {
+
+const QString TableAddress = "127.0.0.70";
+const QString RandomAddress = "127.0.0.71";
+const QString LocaleAddress = "127.0.0.72";
+const QString LocalAddress = "127.0.0.73";
+constexpr int Succeeded = 0;
+constexpr int Failed = 255; // a handler's -1
+const char *const Dead = "dead";   // nothing listens on the address
+const char *const Local = "local"; // local mode without any machine
+
+const char *const LevelRefused = "Battery level must be a number between 0 and 100";
+const char *const CallRefused =
+    "Invalid number: can start with '+', must contains only digits and be at most 16 digits long";
+const char *const Warnings = "Warning: sending this command to a remote device (option -r) does not allow "
+                             "persistance.\nYou will need to send them again after reboot";
+
+// Output after the start-up lines (welcome, local selection, version advice).
+QStringList commandLines(const QByteArray &out)
+{
+    QStringList lines = QString::fromUtf8(out).split('\n');
+    lines = lines.mid(lines.indexOf("Welcome to Korvex Shell") + 1);
+    if (lines.size() > 2 && lines[0].isEmpty() && lines[1].startsWith("Korvex virtual device selected: "))
+        lines = lines.mid(3);
+    if (lines.size() > 4 && lines[0].isEmpty() && lines[1].startsWith("Virtual device is in version: "))
+        lines = lines.mid(5);
+    lines.removeAll(QString());
+    return lines;
+}
+
+// "get P", "set P <value body>" and "cmd <modem line>" as the simulator logs them.
+QString request(const QString &shorthand)
+{
+    const QString verb = shorthand.section(' ', 0, 0);
+    const QString parameter = shorthand.section(' ', 1, 1);
+    const QString rest = shorthand.section(' ', 2);
+    if (verb == "get")
+        return QString("type: GetParam parameter { type: %1 }").arg(parameter);
+    if (verb == "set")
+        return QString("type: SetParam parameter { type: %1 value { type: %2 } }").arg(parameter, rest);
+    return QString("type: SendCommand parameter { type: KvexBasebandCmd value { type: String stringValue: "
+                   "\"%1\\n\" } }")
+        .arg(shorthand.mid(4));
+}
+
+struct Run
+{
+    QStringList lines;
+    int exitCode = -1;
+    QStringList requests; // after the start-up version read
+};
+
+Run runShell(const ShellRunner &runner, const QString &address, const QString &sim, const QString &command)
+{
+    Run run;
+    DevSim device(address, sim.isEmpty() || sim == Dead ? QStringList() : sim.split('|'));
+    const bool withDevice = sim != Dead && sim != Local;
+    if (withDevice && !device.start())
+        return run;
+    const QStringList target = sim == Local ? QStringList() : QStringList{"-r", address};
+    const ShellResult result = runner.run(target + QStringList{"-c", command});
+    device.stop();
+    if (!result.finished)
+        qWarning("shell crashed or hung: %s", result.err.constData());
+    run.lines = commandLines(result.out);
+    run.exitCode = result.exitCode;
+    if (withDevice)
+        run.requests = device.requests().mid(1);
+    return run;
+}
+
+QStringList split(const QString &text)
+{
+    return text.isEmpty() ? QStringList() : text.split('\n');
+}
+
+} // namespace
+
+class TestDeviceCommands : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void command_data();
+    void command();
+    void messageLength_data();
+    void messageLength();
+    void commaLocale();
+    void randomIdsRepeatAcrossRuns();
+    void localDeviceIdStored();
+
+private:
+    ShellRunner m_runner;
+};
+
+void TestDeviceCommands::command_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("sim");      // simulator options joined by '|', Dead or Local
+    QTest::addColumn<QString>("lines");    // expected output lines joined by '\n'
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("requests"); // request shorthands joined by '\n'
+
+    struct Row { const char *command, *sim; QString lines; int exitCode; const char *requests; };
+    const Row rows[] = {
+        {"battery getlevel", "", "Battery level: 50%", Succeeded, "get BatteryLevel"},
+        {"battery getlevel", "--info|note", "Unknown error. Result code: 7", Failed, "get BatteryLevel"},
+        {"battery setlevel 050", "", "Battery level set to: 050%", Succeeded, "set BatteryLevel Int intValue: 50"},
+        {"battery setlevel 101", "", LevelRefused, Failed, ""},
+        {"battery setlevel -1", "", LevelRefused, Failed, ""},
+        {"battery setlevel 20", "--info|busy", "busy\nBattery level set to: 20%", Succeeded,
+         "set BatteryLevel Int intValue: 20"},
+        {"battery setlevel 20", Dead, "Device unreachable.", Failed, ""},
+        {"battery setlevel 101", Local, "No virtual device selected.", Failed, ""},
+        {"battery getstatus", "--set|BatteryStatus=Not charging", "Battery status: notcharging", Succeeded,
+         "get BatteryStatus"},
+        {"battery setstatus Discharging 20", "", "Battery level set to: 20%\nBattery status set to: discharging",
+         Succeeded, "set BatteryLevel Int intValue: 20\nset BatteryStatus String stringValue: \"Discharging\""},
+        {"battery setstatus notcharging", "", "Battery status set to: notcharging", Succeeded,
+         "set BatteryStatus String stringValue: \"Not charging\""},
+        {"battery setstatus full 150", "", "Battery status set to: full", Succeeded,
+         "set BatteryStatus String stringValue: \"Full\""},
+        {"battery setstatus charging 150", "", LevelRefused, Failed, ""},
+        {"battery setstatus overcharging", "", "Battery status set to: overcharging", Succeeded,
+         "set BatteryStatus String stringValue: \"Overcharging\""},
+        {"battery setstatus unplugged", "",
+         "Available status: \"charging [0-100]\", \"discharging [0-100]\" or \"full\"", Failed, ""},
+        {"battery getmode", "--set|BatteryMode=true", "Battery mode: manual", Succeeded, "get BatteryMode"},
+        {"battery setmode HOST", "", "", Succeeded, "set BatteryMode Bool boolValue: false"},
+        {"battery setmode auto", "", "Available modes: \"manual\" or \"host\"", Failed, ""},
+
+        {"gps setstatus enabledx", "", "GPS status set to: enabledx", Succeeded, "set GpsStatus Bool boolValue: false"},
+        {"gps setstatus on", "", "Available status: \"enabled\" or \"disabled\"", Failed, ""},
+        {"gps getlatitude", "--set|GpsLatitude=48.856614", "GPS Latitude: 48.8566", Succeeded, "get GpsLatitude"},
+        {"gps getlatitude", "--info|note", "Unknown error. Result code: 7", Failed, "get GpsLatitude"},
+        {"gps setlatitude -90", "", "GPS Latitude set to: -90", Succeeded,
+         "set GpsLatitude Float floatValue: -90 doubleValue: -90"},
+        {"gps setlatitude 90", "", "Syntax error: Expected a value in [-90; 90] but got 90", Failed, ""},
+        {"gps setlatitude 90", Local, "Syntax error: Expected a value in [-90; 90] but got 90", Failed, ""},
+        {"gps setlatitude 45", Local, "No virtual device selected.", Failed, ""},
+        {"gps setlatitude 48.8 extra", "--info|fixed", "fixed\nGPS Latitude set to: 48.8", Succeeded,
+         "set GpsLatitude Float floatValue: 48.8 doubleValue: 48.8"},
+        // Qt's default locale groups thousands even when the system locale is C.
+        {"gps setaltitude 10000", "", "GPS Altitude set to: 10,000", Succeeded,
+         "set GpsAltitude Float floatValue: 10000 doubleValue: 10000"},
+
+        {"rotation setangle 90", "", "Device angle of rotation set to: 90", Succeeded,
+         "set Accelerometer String stringValue: \"-9.81|6.00689e-16|3.35522\""},
+        {"rotation setangle 045", "--info|tilted", "tilted\nDevice angle of rotation set to: 45", Succeeded,
+         "set Accelerometer String stringValue: \"-6.93672|6.93672|3.35522\""},
+        {"rotation setangle 360", "", "Angle of rotation must be a number between 0 and 359", Failed, ""},
+        {"rotation setangle 360", Local, "No virtual device selected.", Failed, ""},
+        {"korvex capabilities", "--set|Capabilities=", "Capabilities: ", Succeeded, "get Capabilities"},
+        {"korvex capabilities", "--info|note", "Unknown error. Result code: 7", Failed, "get Capabilities"},
+        {"korvex version", "--agent-version|3.0.1", "Korvex: 3.0.1", Succeeded, "get KorvexVersion"},
+
+        {"android getdeviceid", "", "Device ID: ", Succeeded, "get DeviceId"},
+        {"android setdeviceid none", "", "Device ID set to: \n" + QString(Warnings), Succeeded,
+         "set DeviceId String stringValue: \"[none]\""},
+        {"android setdeviceid NONE", "--info|kept", "kept\nDevice ID set to: NONE\n" + QString(Warnings),
+         Succeeded, "set DeviceId String stringValue: \"NONE\""},
+        {"android setdeviceid 42", "--error|GenericError", "Unknown error. Result code: 2", Failed,
+         "set DeviceId String stringValue: \"42\""},
+        {"android setdeviceid", Local, "Syntax error: Command expects 1 parameters while 0 were given.", Failed, ""},
+        {"android setandroidid 0123456789ABCDEF", "", "Android ID set to: 0123456789abcdef", Succeeded,
+         "set AndroidId String stringValue: \"0123456789abcdef\""},
+        {"android setandroidid 0123456789abcde", "", "Bad syntax: Android ID must be 16 hexadecimal digits long",
+         Failed, ""},
+        {"android setandroidid", Local, "No virtual device selected.", Failed, ""},
+
+        {"phone call +33612345678", "", "", Succeeded, "cmd gsm call +33612345678"},
+        {"phone call +123456789012345", "", CallRefused, Failed, ""},
+        {"phone call 06-00", Local, "No virtual device selected.", Failed, ""},
+        {"phone call 0600000000", "--info|ringing", "Unknown error. Result code: 7", Failed, "cmd gsm call 0600000000"},
+        {"phone sms 555 h\xC3\xA9llo", "", "", Succeeded, "cmd sms sendb64 555 aMOpbGxv"},
+        {"phone sms 06-00 hi", "", "Invalid number: can start with '+' and must contains only digits", Failed, ""},
+        {"phone baseband gsm accept 0600000000", "", "", Succeeded, "cmd gsm accept 0600000000"},
+        {"phone baseband", Local, "No virtual device selected.", Failed, ""},
+
+        {"network getprofile", "--set|NetworkMode=9", "Network Profile: unknown", Succeeded, "get NetworkMode"},
+        {"network setprofile WiFi", "", "Network profile set to: wifi", Succeeded, "set NetworkMode Int intValue: 8"},
+        {"network setprofile 5g", "", "Invalid profile, available profiles are \"none\", \"no-data\", \"gprs\", "
+         "\"edge\", \"3g\", \"4g\", \"4g-bad-dns\", and \"4g-high-losses\"", Failed, ""},
+        {"network setprofile edge", "--info|note", "Unknown error. Result code: 7", Failed,
+         "set NetworkMode Int intValue: 3"},
+    };
+    for (const Row &row : rows)
+        QTest::addRow("%s [%s]", row.command, row.sim)
+            << QString::fromUtf8(row.command) << QString(row.sim) << row.lines << row.exitCode
+            << QString(row.requests);
+}
+
+void TestDeviceCommands::command()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, sim);
+    QFETCH(QString, lines);
+    QFETCH(int, exitCode);
+    QFETCH(QString, requests);
+    const Run run = runShell(m_runner, TableAddress, sim, command);
+    QCOMPARE(run.lines, split(lines));
+    QCOMPARE(run.exitCode, exitCode);
+    QStringList expected;
+    for (const QString &shorthand : split(requests))
+        expected << request(shorthand);
+    QCOMPARE(run.requests, expected);
+}
+
+void TestDeviceCommands::messageLength_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("sent");
+    const int limit = 4000;
+    QTest::newRow("at the limit") << QString(limit, QChar(0xe9)) << true;
+    QTest::newRow("one over") << QString(limit + 1, 'a') << false;
+    // Counted in UTF-16 units: each of these takes two.
+    QTest::newRow("surrogate pairs") << QString::fromUtf8("\xF0\x9F\x98\x80").repeated(limit / 2 + 1) << false;
+}
+
+void TestDeviceCommands::messageLength()
+{
+    QFETCH(QString, message);
+    QFETCH(bool, sent);
+    const Run run = runShell(m_runner, TableAddress, "", "phone sms 555 " + message);
+    QCOMPARE(run.lines, sent ? QStringList() : QStringList{"Message too long: can be at most 4000 characters long"});
+    QCOMPARE(run.requests,
+             sent ? QStringList{request("cmd sms sendb64 555 " + message.toUtf8().toBase64())} : QStringList());
+}
+
+// Qt takes the decimal mark from the environment even where the C library
+// lacks the locale.
+void TestDeviceCommands::commaLocale()
+{
+    ShellRunner runner;
+    runner.environment().insert("LANG", "fr_FR.UTF-8");
+    runner.environment().insert("LC_ALL", "fr_FR.UTF-8");
+    const Run run = runShell(runner, LocaleAddress, "", "gps setlatitude 48,8");
+    QCOMPARE(run.lines, QStringList{"GPS Latitude set to: 48,8"});
+    QCOMPARE(run.requests, QStringList{request("set GpsLatitude Float floatValue: 48.8 doubleValue: 48.8")});
+}
+
+// The generator is never seeded: every start gives the same identifiers.
+void TestDeviceCommands::randomIdsRepeatAcrossRuns()
+{
+    const QString file = m_runner.writeCommandFile("random.txt", "android setdeviceid random\n"
+                                                                 "android setandroidid RANDOM\n");
+    const QStringList arguments{"-r", RandomAddress, "-f", file};
+    DevSim device(RandomAddress);
+    QVERIFY(device.start());
+    const ShellResult first = m_runner.run(arguments);
+    const ShellResult second = m_runner.run(arguments);
+    QCOMPARE(commandLines(second.out), commandLines(first.out));
+
+    const QStringList lines = commandLines(first.out);
+    const auto imei = QRegularExpression("^Device ID set to: (\\d{14})(\\d)$").match(lines.value(0));
+    QVERIFY2(imei.hasMatch(), qPrintable(lines.join('\n')));
+    QCOMPARE(Prompt::imeiLuhnDigit(imei.captured(1)), imei.captured(2).toInt());
+    QVERIFY(QRegularExpression("^Android ID set to: [0-9a-f]{16}$").match(lines.value(3)).hasMatch());
+}
+
+// A one-shot store must finish before the shell tears the plug-in down.
+void TestDeviceCommands::localDeviceIdStored()
+{
+    ShellRunner runner;
+    const QString state = runner.writeCommandFile(
+        "machines.json", QString(R"({"machines": [{"name": "Phone", "uuid": "u1", "state": "running", "ip": "%1",
+                                     "extradata": {"korvex/vm-version": "2.8.1"}}]})")
+                             .arg(LocalAddress).toUtf8());
+    runner.environment().insert("KX_VBOXMANAGE", QStringLiteral(KORVEX_SOURCE_DIR "/tests/fakes/VBoxManage"));
+    runner.environment().insert("KX_FAKE_VBOX_STATE", state);
+    runner.environment().insert("KX_FAKE_VBOX_LOG", runner.home() + "/calls.log");
+    DevSim device(LocalAddress);
+    QVERIFY(device.start());
+    const ShellResult result = runner.run({"-c", "android setdeviceid 42"});
+    QVERIFY2(result.finished, result.err.constData());
+    QCOMPARE(commandLines(result.out), QStringList{"Device ID set to: 42"});
+    QFile calls(runner.home() + "/calls.log");
+    QVERIFY(calls.open(QIODevice::ReadOnly));
+    QVERIFY(QString::fromUtf8(calls.readAll()).split('\n').contains("guestproperty set u1 korvex_device_id 42"));
+}
+
+QTEST_GUILESS_MAIN(TestDeviceCommands)
+#include "tst_devicecommands.moc"
