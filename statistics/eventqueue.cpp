@@ -6,7 +6,10 @@
 #include <QDebug>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLibraryInfo>
+#include <QPluginLoader>
 #include <QSqlDatabase>
+#include <QSqlDriverPlugin>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
@@ -15,6 +18,7 @@
 namespace {
 
 const char Driver[] = "QSQLITE";
+const char DriverPlugin[] = "/sqldrivers/libqsqlite";
 // Another shell may hold the file for a moment; wait for it rather than fail.
 const char ConnectOptions[] = "QSQLITE_BUSY_TIMEOUT=2000";
 
@@ -31,6 +35,20 @@ QString uniqueConnectionName()
 {
     static std::atomic<int> counter{0};
     return QString("korvex-statistics-%1").arg(++counter);
+}
+
+// The shell narrows the library paths to its own directory, which hides Qt's
+// SQL drivers: then the SQLite plug-in of the Qt installation is loaded directly.
+QSqlDatabase addSqliteDatabase(const QString &connection)
+{
+    if (QSqlDatabase::isDriverAvailable(Driver))
+        return QSqlDatabase::addDatabase(Driver, connection);
+    QPluginLoader loader(QLibraryInfo::location(QLibraryInfo::PluginsPath) + DriverPlugin);
+    auto *plugin = qobject_cast<QSqlDriverPlugin *>(loader.instance());
+    QSqlDriver *driver = plugin ? plugin->create(Driver) : nullptr;
+    if (!driver)
+        return {};
+    return QSqlDatabase::addDatabase(driver, connection);
 }
 
 QString encodeProperties(const QMap<QString, QString> &properties)
@@ -69,12 +87,12 @@ bool EventQueue::open()
 {
     if (m_open)
         return true;
-    if (!QSqlDatabase::isDriverAvailable(Driver)) {
+    QSqlDatabase db = QSqlDatabase::contains(m_connection) ? QSqlDatabase::database(m_connection, false)
+                                                           : addSqliteDatabase(m_connection);
+    if (!db.isValid()) {
         logFailure("open", "no SQLite driver");
         return false;
     }
-    QSqlDatabase db = QSqlDatabase::contains(m_connection) ? QSqlDatabase::database(m_connection, false)
-                                                           : QSqlDatabase::addDatabase(Driver, m_connection);
     db.setDatabaseName(m_path);
     db.setConnectOptions(ConnectOptions);
     if (!db.open()) {

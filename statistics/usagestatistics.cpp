@@ -26,10 +26,7 @@ UsageStatistics *UsageStatistics::fromSettings(QObject *parent)
     statistics->setParent(parent);
     connect(app, &QCoreApplication::aboutToQuit, statistics, &UsageStatistics::shutdown);
     // What earlier runs left goes out as soon as the event loop runs.
-    QTimer::singleShot(0, statistics, [statistics] {
-        if (StatisticsSender *sender = statistics->sender())
-            sender->start();
-    });
+    QTimer::singleShot(0, statistics, &UsageStatistics::resume);
     return statistics;
 }
 
@@ -54,6 +51,12 @@ void UsageStatistics::record(const QString &component, const QString &name,
     event.properties = properties;
     event.timestamp = QDateTime::currentDateTimeUtc();
     QMetaObject::invokeMethod(this, [this, event] { store(event); }, Qt::QueuedConnection);
+}
+
+void UsageStatistics::resume()
+{
+    if (StatisticsSender *sender = this->sender(); sender && !m_shutDown)
+        sender->start();
 }
 
 void UsageStatistics::shutdown()

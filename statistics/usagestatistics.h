@@ -31,6 +31,9 @@ public:
     void record(const QString &component, const QString &name,
                 const UsageEvents::Properties &properties) override;
 
+    // Sends what earlier runs left in the queue.
+    void resume();
+
     // Called when the application is about to quit: stores the events still on
     // their way, makes the last bounded sending and stops taking events.
     void shutdown();
