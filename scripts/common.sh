@@ -21,10 +21,13 @@ ensure_packages() {
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
 }
 
+# Builds the given targets, or everything without arguments.
 build_tree() {
     # Configure once; later builds only recompile what changed.
     if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
         cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo
     fi
-    cmake --build "$BUILD_DIR" -j"$(nproc)"
+    local targets=()
+    [ $# -eq 0 ] || targets=(--target "$@")
+    cmake --build "$BUILD_DIR" -j"$(nproc)" "${targets[@]}"
 }

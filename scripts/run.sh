@@ -10,12 +10,17 @@ readonly DEVICE_ADDRESS=127.0.0.1
 readonly READY_WAIT_TENTHS=100
 
 ensure_packages
-build_tree
+build_tree korvex-shell korvex-devsim vboxmanage
 
 ready_file="$(mktemp)"
 "$BUILD_DIR/korvex-devsim" --address "$DEVICE_ADDRESS" --log "$BUILD_DIR/korvex-devsim.log" >"$ready_file" &
 sim_pid=$!
-trap 'kill "$sim_pid" 2>/dev/null; wait "$sim_pid" 2>/dev/null; rm -f "$ready_file"' EXIT
+stop_simulator() {
+    kill "$sim_pid" 2>/dev/null || true
+    wait "$sim_pid" 2>/dev/null || true
+    rm -f "$ready_file"
+}
+trap stop_simulator EXIT
 
 for ((i = 0; i < READY_WAIT_TENTHS; i++)); do
     grep -q "^listening on" "$ready_file" && break
