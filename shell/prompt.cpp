@@ -43,6 +43,8 @@ Prompt::Prompt(QCoreApplication *app, int connectionMode, const QHostAddress &de
 
 Prompt::~Prompt()
 {
+    // A device-ID store still running uses a machine the engine's plug-in owns.
+    m_backgroundWatcher.waitForFinished();
     delete m_engine;
     delete m_remoteDevice;
 }
