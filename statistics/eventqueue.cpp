@@ -139,8 +139,9 @@ bool EventQueue::append(const QueuedEvent &event)
     }
 
     QSqlQuery trim(db);
-    trim.prepare("DELETE FROM events WHERE seq NOT IN"
-                 " (SELECT seq FROM events ORDER BY seq DESC LIMIT ?)");
+    // Everything up to the first event beyond the bound, counted from the newest.
+    trim.prepare("DELETE FROM events WHERE seq <="
+                 " (SELECT seq FROM events ORDER BY seq DESC LIMIT 1 OFFSET ?)");
     trim.addBindValue(m_maxEvents);
     if (!trim.exec())
         logFailure("trim", trim.lastError().text());

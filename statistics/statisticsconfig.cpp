@@ -12,22 +12,25 @@ const char EnabledKey[] = "statistics/enabled";
 const char UrlKey[] = "statistics/url";
 const char MaxEventsKey[] = "statistics/maxEvents";
 const char BatchSizeKey[] = "statistics/batchSize";
+const char ExitWaitKey[] = "statistics/exitWaitMs";
 
 const char DatabaseFileName[] = "/statistics.sqlite";
 
 const int MaxQueueBound = 100000;
 const int MaxBatchSize = 1000;
+// Exit must stay quick whatever the settings say.
+const int MaxExitWaitMs = 10 * 1000;
 
-// A whole number from 1 to upper, else the fallback (with a warning for a bad value).
-int boundedCount(const SettingsReader &value, const char *key, int fallback, int upper)
+// A whole number from lower to upper, else the fallback (with a warning for a bad value).
+int boundedNumber(const SettingsReader &value, const char *key, int fallback, int lower, int upper)
 {
     const QVariant raw = value(key, fallback);
     bool ok = false;
     const int number = raw.toInt(&ok);
-    if (ok && number >= 1 && number <= upper)
+    if (ok && number >= lower && number <= upper)
         return number;
-    qWarning().noquote() << QString("[Statistics] %1 = \"%2\" is not a number from 1 to %3; using %4")
-                                .arg(key, raw.toString()).arg(upper).arg(fallback);
+    qWarning().noquote() << QString("[Statistics] %1 = \"%2\" is not a number from %3 to %4; using %5")
+                                .arg(key, raw.toString()).arg(lower).arg(upper).arg(fallback);
     return fallback;
 }
 
@@ -52,8 +55,9 @@ StatisticsConfig StatisticsConfig::read(const SettingsReader &value)
                                     .arg(UrlKey);
         return config;
     }
-    config.maxEvents = boundedCount(value, MaxEventsKey, config.maxEvents, MaxQueueBound);
-    config.batchSize = boundedCount(value, BatchSizeKey, config.batchSize, MaxBatchSize);
+    config.maxEvents = boundedNumber(value, MaxEventsKey, config.maxEvents, 1, MaxQueueBound);
+    config.batchSize = boundedNumber(value, BatchSizeKey, config.batchSize, 1, MaxBatchSize);
+    config.exitFlushMs = boundedNumber(value, ExitWaitKey, config.exitFlushMs, 0, MaxExitWaitMs);
     config.proxy = JsonWebService::proxyFromSettings(value);
     return config;
 }

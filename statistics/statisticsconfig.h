@@ -22,7 +22,8 @@ struct StatisticsConfig
     int requestTimeoutMs = 10 * 1000;
     int firstRetryMs = 10 * 1000;
     int maxRetryMs = 15 * 60 * 1000;
-    // The longest the shell waits for the service when it exits.
+    // The longest the shell waits for the service when it exits; 0 leaves
+    // everything queued for the next run.
     int exitFlushMs = 1500;
 
     // Statistics run only when enabled and given an http(s) service.

@@ -42,7 +42,7 @@ void StatisticsSender::eventQueued()
 
 void StatisticsSender::flushAtExit(int boundMs)
 {
-    if (!m_reply && !backingOff())
+    if (!m_reply && !backingOff() && boundMs > 0)
         sendBatch();
     m_timer.stop();
     if (m_reply) {

@@ -461,6 +461,8 @@ void TestUsageStatistics::shellRecordsOnlyWhenEnabled()
         QSettings settings(runner.home() + "/config/Talvane/Korvex.conf", QSettings::IniFormat);
         settings.setValue("statistics/enabled", enabled);
         settings.setValue("statistics/url", service.url().toString());
+        // Leave a loaded machine time to answer; the sending stops as soon as it has.
+        settings.setValue("statistics/exitWaitMs", WaitMs);
         settings.sync();
         runner.environment().insert("XDG_CONFIG_HOME", runner.home() + "/config");
         const QString commands = runner.writeCommandFile(
