@@ -4,7 +4,6 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDebug>
-#include <QThread>
 #include <QTimer>
 #include <QUuid>
 
@@ -38,7 +37,6 @@ UsageStatistics::UsageStatistics(const StatisticsConfig &config, QObject *parent
 UsageStatistics::~UsageStatistics()
 {
     UsageEvents::setSink(nullptr);
-    m_sender.reset();
 }
 
 void UsageStatistics::record(const QString &component, const QString &name,
