@@ -251,10 +251,12 @@ void TestLocalDevices::selectionAfterRefresh_data()
     QTest::newRow("selected machine switched off keeps its index")
         << QJsonArray{machines({machine("A", "a1", "running", AgentAddress), machine("B", "b1", "poweroff")}),
                       machines({machine("A", "a1", "poweroff", AgentAddress), machine("B", "b1", "poweroff")})}
-        << "devices refresh\ndevices list\n"
+        << "devices refresh\ndevices list\nbattery getlevel\n"
         << offLine(0) + offLine(0) + Header + "  0 |    *   |           Off |  virtual |      127.0.0.41 | A\n"
                + "  1 |        |           Off |  virtual |                 | B\n"
-        << 0;
+               + "The virtual device is not running and cannot answer requests. Please switch it on and refresh the "
+                 "virtual device list.\n"
+        << Failed;
     QTest::newRow("list shrunk below the selection")
         << QJsonArray{machines({machine("A", "a1", "poweroff"), machine("B", "b1", "poweroff"),
                                 machine("C", "c1", "running", AgentAddress)}),
