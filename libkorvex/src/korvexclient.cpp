@@ -248,6 +248,7 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
     QEventLoop *loop = new QEventLoop();
     QTimer timer;
     timer.setSingleShot(true);
+    timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, loop, &QEventLoop::quit);
     connect(this, &KorvexClient::replyFromDevice, loop, &QEventLoop::quit);
 

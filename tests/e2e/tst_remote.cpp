@@ -4,17 +4,31 @@
 // reply that comes after its request gave up.
 #include <QtTest>
 
+#include <memory>
+
 #include "devsim.h"
 #include "shellrunner.h"
 
 namespace {
 
-const QString PingAddress = QStringLiteral("127.0.0.30");
-const QString VersionAddress = QStringLiteral("127.0.0.31");
-const QString LateAddress = QStringLiteral("127.0.0.32");
+// Simulators take the first free address of the pool, so that copies of this
+// test run from other build trees at the same time do not collide.
+constexpr int SimPoolFirst = 30;
+constexpr int SimPoolSize = 9;
+const QString DeadAddress = QStringLiteral("127.0.0.39"); // nothing ever listens here
 constexpr int Succeeded = 0;
 constexpr int Failed = 255;
 const QString NoAgent = QStringLiteral("<no agent>");
+
+std::unique_ptr<DevSim> startSim(const QStringList &options)
+{
+    for (int host = SimPoolFirst; host < SimPoolFirst + SimPoolSize; ++host) {
+        auto sim = std::make_unique<DevSim>(QStringLiteral("127.0.0.%1").arg(host), options);
+        if (sim->start())
+            return sim;
+    }
+    return nullptr;
+}
 
 QString lastLine(const QByteArray &out)
 {
@@ -50,13 +64,13 @@ void TestRemote::ping_data()
     QTest::addColumn<QString>("output");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<bool>("pingSent");
-    QTest::addColumn<QStringList>("logLines");
+    QTest::addColumn<QStringList>("logLines"); // %1: the device address
     QTest::addColumn<int>("parseWarnings");
 
     const QString ping = QStringLiteral("devices ping");
     const QString success = QStringLiteral("[debug] Connection success");
     QTest::newRow("pong") << ping << QStringList() << "Pong received" << Succeeded << true
-                          << QStringList{QStringLiteral("[debug] Remote device used: \"%1:22666\"").arg(PingAddress),
+                          << QStringList{QStringLiteral("[debug] Remote device used: \"%1:22666\""),
                                          "[debug] Try connection with remote device...", success}
                           << 0;
     QTest::newRow("reply in two chunks") << ping << QStringList{"--split"} << "Pong received" << Succeeded << true
@@ -74,11 +88,9 @@ void TestRemote::ping_data()
     QTest::newRow("no agent")
         << ping << QStringList{NoAgent} << "Device unreachable." << Failed << false
         << QStringList{QStringLiteral("[critical] Unable to connect to  \"%1:22666\" : "
-                                      "QAbstractSocket::ConnectionRefusedError")
-                           .arg(PingAddress),
+                                      "QAbstractSocket::ConnectionRefusedError"),
                        "[critical] Check if remote device is on.",
-                       QStringLiteral("[critical] Unable to connect to \"%1\" : 22666 \"Connection refused\"")
-                           .arg(PingAddress),
+                       QStringLiteral("[critical] Unable to connect to \"%1\" : 22666 \"Connection refused\""),
                        "[critical] Fail to send Ping to device"}
         << 0;
 }
@@ -93,21 +105,25 @@ void TestRemote::ping()
     QFETCH(QStringList, logLines);
     QFETCH(int, parseWarnings);
 
-    const bool agent = options != QStringList{NoAgent};
-    DevSim sim(PingAddress, agent ? options : QStringList());
-    if (agent)
-        QVERIFY(sim.start());
+    std::unique_ptr<DevSim> sim;
+    if (options != QStringList{NoAgent}) {
+        sim = startSim(options);
+        QVERIFY(sim);
+    }
+    const QString address = sim ? sim->address() : DeadAddress;
 
     ShellRunner runner;
-    const ShellResult result = runner.run({"-r", PingAddress, "-c", command});
+    const ShellResult result = runner.run({"-r", address, "-c", command});
     QVERIFY(result.finished);
     QCOMPARE(lastLine(result.out), output);
     QCOMPARE(result.exitCode, exitCode);
-    QCOMPARE(sim.requests().contains("type: Ping"), pingSent);
+    QCOMPARE(sim && sim->requests().contains("type: Ping"), pingSent);
 
     const QString log = runner.log();
-    for (const QString &line : logLines)
+    for (const QString &pattern : logLines) {
+        const QString line = pattern.contains("%1") ? pattern.arg(address) : pattern;
         QVERIFY2(log.contains(line), qPrintable(line + "\nnot in the log:\n" + log));
+    }
     QCOMPARE(log.count("Cannot parse message from device"), parseWarnings);
 }
 
@@ -129,16 +145,16 @@ void TestRemote::connectionsByAgentVersion()
     QFETCH(int, connections);
     QFETCH(bool, persistent);
 
-    DevSim sim(VersionAddress, {"--agent-version", version});
-    QVERIFY(sim.start());
+    const std::unique_ptr<DevSim> sim = startSim({"--agent-version", version});
+    QVERIFY(sim);
     ShellRunner runner;
     const QString file = runner.writeCommandFile("pings", "devices ping\ndevices ping\ndevices ping\n");
-    const ShellResult result = runner.run({"-r", VersionAddress, "-f", file});
+    const ShellResult result = runner.run({"-r", sim->address(), "-f", file});
     QVERIFY(result.finished);
     QCOMPARE(result.exitCode, Succeeded);
     QCOMPARE(QString::fromUtf8(result.out).count("Pong received"), 3);
-    QCOMPARE(sim.requests().size(), 4);
-    QCOMPARE(sim.connectionCount(), connections);
+    QCOMPARE(sim->requests().size(), 4);
+    QCOMPARE(sim->connectionCount(), connections);
     QCOMPARE(runner.log().contains("[KorvexClient] Use persistent connection"), persistent);
 }
 
@@ -146,16 +162,16 @@ void TestRemote::connectionsByAgentVersion()
 // takes it (one kept connection, the agent being newer than 2.0.3).
 void TestRemote::lateReplyTakenByNextRequest()
 {
-    DevSim sim(LateAddress, {"--delay", "6000", "--fault-count", "2"});
-    QVERIFY(sim.start());
+    const std::unique_ptr<DevSim> sim = startSim({"--delay", "6000", "--fault-count", "2"});
+    QVERIFY(sim);
     ShellRunner runner;
     const QString file = runner.writeCommandFile("pings", "devices ping\ndevices ping\n");
-    const ShellResult result = runner.run({"-r", LateAddress, "-f", file});
+    const ShellResult result = runner.run({"-r", sim->address(), "-f", file});
     QVERIFY(result.finished);
     QCOMPARE(commandLines(result.out), (QStringList{"Device unreachable.", "Pong received"}));
     QCOMPARE(result.exitCode, Failed);
     QCOMPARE(runner.log().count("[warning] Timeout while waiting for request reply"), 1);
-    QCOMPARE(sim.connectionCount(), 2);
+    QCOMPARE(sim->connectionCount(), 2);
 }
 
 QTEST_GUILESS_MAIN(TestRemote)

@@ -20,8 +20,11 @@ using Korvex::Status;
 
 namespace {
 
-const QString AgentAddress = QStringLiteral("127.0.0.20");
-const QString DeadAddress = QStringLiteral("127.0.0.21");
+// Agents take the first free address of the pool, so that copies of this test
+// run from other build trees at the same time do not collide.
+constexpr int AgentPoolFirst = 20;
+constexpr int AgentPoolSize = 10;
+const QString DeadAddress = QStringLiteral("127.0.0.19"); // nothing ever listens here
 constexpr int ShortTimeoutMs = 300; // only where no reply is expected
 constexpr int FuzzTimeoutMs = 50;
 constexpr int WaitBoundMs = 15000;
@@ -162,7 +165,14 @@ class FakeAgent
 public:
     FakeAgent() { QObject::connect(&m_server, &QTcpServer::newConnection, [this] { accept(); }); }
 
-    bool listen() { return m_server.listen(QHostAddress(AgentAddress), KorvexClient::AgentPort); }
+    bool listen()
+    {
+        for (int host = AgentPoolFirst; host < AgentPoolFirst + AgentPoolSize; ++host)
+            if (m_server.listen(QHostAddress(QStringLiteral("127.0.0.%1").arg(host)), KorvexClient::AgentPort))
+                return true;
+        return false;
+    }
+    QHostAddress address() const { return m_server.serverAddress(); }
     void queue(const QByteArray &reply) { m_replies << reply; }
     void send(const QByteArray &bytes)
     {
@@ -552,7 +562,7 @@ void TestClient::typedOperation()
     QVERIFY(agent.listen());
     agent.queue(reply);
     KorvexClient client;
-    client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+    client.setAddress(agent.address(), KorvexClient::AgentPort);
 
     QVariant actual;
     QCOMPARE(operations().value(operation)(client, actual), result);
@@ -584,7 +594,7 @@ void TestClient::splitReplyDecodedAfterLastChunk()
     agent.onRequest = [&] { rest.start(10); };
 
     KorvexClient client;
-    client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+    client.setAddress(agent.address(), KorvexClient::AgentPort);
     int level = 0;
     QCOMPARE(client.getBatteryLevel(level), int(KorvexClient::Ok));
     QCOMPARE(level, 87);
@@ -601,7 +611,7 @@ void TestClient::twoRepliesInOneChunkAreMerged()
     agent.queue(pongReply());
 
     KorvexClient client;
-    client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+    client.setAddress(agent.address(), KorvexClient::AgentPort);
     int level = 0;
     QCOMPARE(client.getBatteryLevel(level), int(KorvexClient::Ok));
     QCOMPARE(level, 88); // the later scalar wins
@@ -621,7 +631,7 @@ void TestClient::requestFromDevice()
     agent.queue(hex("08 02")); // a Pong without status reads as a GetParam request
 
     KorvexClient client;
-    client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+    client.setAddress(agent.address(), KorvexClient::AgentPort);
     QVERIFY(!client.takeLastRequest());
     QSignalSpy requests(&client, &KorvexClient::requestFromDevice);
     QByteArray bytes;
@@ -643,7 +653,7 @@ void TestClient::garbageBlocksLaterMessages()
     agent.queue(pongReply());
 
     KorvexClient client;
-    client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+    client.setAddress(agent.address(), KorvexClient::AgentPort);
     QByteArray bytes;
     for (int attempt = 0; attempt < 2; ++attempt)
         QCOMPARE(client.sendRequest(client.buildRequest(Request::Ping), bytes, ShortTimeoutMs),
@@ -658,7 +668,7 @@ void TestClient::lateReplyTakenByNextRequest()
     FakeAgent agent;
     QVERIFY(agent.listen());
     KorvexClient client;
-    client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+    client.setAddress(agent.address(), KorvexClient::AgentPort);
     client.setPersistent(true);
 
     QByteArray bytes;
@@ -679,7 +689,7 @@ void TestClient::connectionPerRequestOrPersistent()
         FakeAgent agent;
         QVERIFY(agent.listen());
         KorvexClient client;
-        client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+        client.setAddress(agent.address(), KorvexClient::AgentPort);
         client.setPersistent(persistent);
         for (int i = 0; i < 3; ++i) {
             agent.queue(pongReply());
@@ -696,7 +706,7 @@ void TestClient::persistentReconnectsAfterClose()
     QVERIFY(agent.listen());
     agent.onRequest = [&] { agent.closeConnections(); };
     KorvexClient client;
-    client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+    client.setAddress(agent.address(), KorvexClient::AgentPort);
     client.setPersistent(true);
 
     QByteArray bytes;
@@ -708,7 +718,8 @@ void TestClient::persistentReconnectsAfterClose()
     QCOMPARE(agent.connections, 2);
 
     const QString reconnect =
-        "[initConnection] Persistant connection but not connected. Will reconnect to \"" + AgentAddress + "\"";
+        "[initConnection] Persistant connection but not connected. Will reconnect to \""
+        + agent.address().toString() + "\"";
     QCOMPARE(capture.count(reconnect), 2); // the first connection logs it too
 }
 
@@ -733,7 +744,7 @@ void TestClient::requestsFromPoolThread()
     QVERIFY(agent.listen());
     {
         KorvexClient client;
-        client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+        client.setAddress(agent.address(), KorvexClient::AgentPort);
         client.setPersistent(true);
 
         // Silent on the first two requests; the Pong for the first one comes
@@ -786,7 +797,7 @@ void TestClient::randomBytesNeverCrash()
     QVERIFY(agent.listen());
     for (int i = 0; i < 20; ++i) {
         KorvexClient client;
-        client.setAddress(QHostAddress(AgentAddress), KorvexClient::AgentPort);
+        client.setAddress(agent.address(), KorvexClient::AgentPort);
         // Valid replies around the noise make some buffers decode.
         agent.queue(random.bounded(2) ? randomBytes(64) + pongReply() : pongReply().left(2) + randomBytes(8));
         QByteArray bytes;
