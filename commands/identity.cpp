@@ -113,8 +113,14 @@ int Prompt::androidSetDeviceId(const QStringList &params)
     const Device device = m_engine->selectedDevice();
     const QFuture<void> store = QtConcurrent::run(QThreadPool::globalInstance(),
                                                   [device, deviceId] { device.storeDeviceId(deviceId); });
-    if (m_backgroundWatcher.future() != store)
-        m_backgroundWatcher.setFuture(store);
+    // The watcher belongs to the main thread; hand it the job there.
+    QMetaObject::invokeMethod(
+        this,
+        [this, store] {
+            if (m_backgroundWatcher.future() != store)
+                m_backgroundWatcher.setFuture(store);
+        },
+        Qt::QueuedConnection);
     return 0;
 }
 

@@ -14,8 +14,19 @@ const char OrganisationName[] = "Talvane";
 const char ApplicationName[] = "Korvex";
 const char InstallationFileName[] = "korvex.ini";
 
-// Keys an installation may provide in its "korvex.ini".
+// Keys an installation imposes through its "korvex.ini".
 const QStringList InstallationKeys = {QStringLiteral("host.only.interface")};
+// Groups for which "korvex.ini" only gives defaults: the user's own choice
+// (statistics opt-in, proxy) always wins.
+const QStringList InstallationDefaultGroups = {QStringLiteral("statistics/"), QStringLiteral("proxy/")};
+
+bool inDefaultGroup(const QString &key)
+{
+    for (const QString &group : InstallationDefaultGroups)
+        if (key.startsWith(group))
+            return true;
+    return false;
+}
 
 } // namespace
 
@@ -30,6 +41,8 @@ struct Settings::Stores
     const QSettings *storeOf(const QString &key) const
     {
         if (installation && installationKeys.contains(key) && installation->contains(key))
+            return installation.get();
+        if (installation && inDefaultGroup(key) && !user.contains(key) && installation->contains(key))
             return installation.get();
         return &user;
     }

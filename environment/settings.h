@@ -14,7 +14,9 @@ public:
 
     // Value of a key. For the keys registered for the installation store
     // ("host.only.interface"), a value present in a readable "korvex.ini"
-    // wins, so an installation can impose it; otherwise the user store answers.
+    // wins, so an installation can impose it. Keys of the "statistics/" and
+    // "proxy/" groups come from the user store, and from "korvex.ini" only
+    // when the user store does not hold them. Otherwise the user store answers.
     QVariant value(const QString &key, const QVariant &defaultValue = {}) const;
     bool contains(const QString &key) const;
 

@@ -38,8 +38,8 @@ int childSettings()
 {
     const Settings &settings = Settings::instance();
     QTextStream out(stdout);
-    out << (settings.contains("host.only.interface") ? "true" : "false") << '|'
-        << settings.value("host.only.interface").toString() << '\n';
+    for (const char *key : {"host.only.interface", "statistics/url"})
+        out << (settings.contains(key) ? "true" : "false") << '|' << settings.value(key).toString() << '\n';
     return 0;
 }
 
@@ -272,18 +272,25 @@ void TestEnvironment::settings_data()
     QTest::addColumn<QString>("expectedError");
 
     const QByteArray userValue = "[General]\nhost.only.interface=vboxnet1\n";
-    QTest::newRow("no stores") << QByteArray() << QByteArray() << "false|\n" << "";
-    QTest::newRow("user store only") << QByteArray() << userValue << "true|vboxnet1\n" << "";
+    const QString noUrl = "false|\n";
+    QTest::newRow("no stores") << QByteArray() << QByteArray() << "false|\n" + noUrl << "";
+    QTest::newRow("user store only") << QByteArray() << userValue << "true|vboxnet1\n" + noUrl << "";
     QTest::newRow("installation wins")
-        << QByteArray("host.only.interface=vboxnet0\n") << userValue << "true|vboxnet0\n" << "";
+        << QByteArray("host.only.interface=vboxnet0\n") << userValue << "true|vboxnet0\n" + noUrl << "";
     QTest::newRow("installation without the key")
-        << QByteArray("[General]\nother=1\n") << userValue << "true|vboxnet1\n" << "";
+        << QByteArray("[General]\nother=1\n") << userValue << "true|vboxnet1\n" + noUrl << "";
     QTest::newRow("malformed installation file")
-        << QByteArray("[General\nhost.only.interface=vboxnet0\n") << userValue << "true|vboxnet1\n"
+        << QByteArray("[General\nhost.only.interface=vboxnet0\n") << userValue << "true|vboxnet1\n" + noUrl
         << "Cannot init install path settings (status=2) $D/korvex.ini\n";
     QTest::newRow("unreadable installation file")
-        << QByteArray("<dir>") << QByteArray() << "false|\n"
+        << QByteArray("<dir>") << QByteArray() << "false|\n" + noUrl
         << "Cannot init install path settings (status=1) $D/korvex.ini\n";
+    QTest::newRow("statistics default from the installation")
+        << QByteArray("[statistics]\nurl=http://127.0.0.1/i\n") << QByteArray()
+        << "false|\ntrue|http://127.0.0.1/i\n" << "";
+    QTest::newRow("statistics choice of the user wins")
+        << QByteArray("[statistics]\nurl=http://127.0.0.1/i\n") << QByteArray("[statistics]\nurl=http://127.0.0.1/u\n")
+        << "false|\ntrue|http://127.0.0.1/u\n" << "";
 }
 
 void TestEnvironment::settings()
