@@ -1,0 +1,273 @@
+#!/usr/bin/python3
+"""Times korvex-shell against its floors and prints one table (see bench/run.sh).
+
+Usage: bench.py BUILD_DIR
+
+Every figure is wall time of whole processes, started the same way for the
+shell and for its floor, so process start is in both. Peak memory is the
+largest ru_maxrss that wait4 reports for the shell's runs (it covers the
+shell's reaped children too, so in local mode it is an upper bound).
+
+Environment: KX_BENCH_COMMANDS (commands per script, default 10000),
+KX_BENCH_REPEAT (script and start-up runs per side, default 3),
+KX_BENCH_ONESHOT_RUNS (one-shot runs per side, default 101).
+"""
+
+import json
+import os
+import select
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+# Our loopback addresses: persistent agent, agent 2.0.3, agent of the local machine.
+PERSISTENT_AGENT = "127.0.0.220"
+PER_REQUEST_AGENT = "127.0.0.221"
+LOCAL_AGENT = "127.0.0.222"
+LAST_PER_REQUEST_VERSION = "2.0.3"
+
+SCRIPT_LINE = "battery setlevel 50"
+SCRIPT_OUTPUT = "Battery level set to: 50%"
+ONESHOT_COMMAND = "battery getlevel"
+MACHINE_COUNTS = (1, 5, 20)
+
+SCRIPT_RATIO_TARGET = 2.0
+ONESHOT_TARGET_MS = 25.0
+MEMORY_TARGET_MB = 30.0
+QUIET_LOAD = 0.5
+READY_TIMEOUT_S = 10.0
+
+COMMANDS = int(os.environ.get("KX_BENCH_COMMANDS", "10000"))
+REPEAT = int(os.environ.get("KX_BENCH_REPEAT", "3"))
+ONESHOT_RUNS = int(os.environ.get("KX_BENCH_ONESHOT_RUNS", "101"))
+
+
+class Run:
+    def __init__(self, seconds, maxrss_kb, status, output):
+        self.seconds = seconds
+        self.maxrss_kb = maxrss_kb
+        self.status = status
+        self.output = output
+
+
+def run(argv, env):
+    """Runs argv to its end; wall time, peak RSS, exit status and stdout."""
+    with tempfile.TemporaryFile() as out:
+        start = time.perf_counter()
+        process = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=out,
+                                   stderr=subprocess.DEVNULL)
+        _, status, usage = os.wait4(process.pid, 0)
+        seconds = time.perf_counter() - start
+        process.returncode = os.waitstatus_to_exitcode(status)
+        out.seek(0)
+        return Run(seconds, usage.ru_maxrss, process.returncode, out.read().decode())
+
+
+def checked(result, what, expected_lines=None, expected_text=None):
+    """Stops the benchmark when a run did not do what it is timed for."""
+    problem = None
+    if result.status != 0:
+        problem = "exit status %d" % result.status
+    elif expected_lines is not None and result.output.count(expected_text + "\n") != expected_lines:
+        problem = "%d of %d expected lines" % (result.output.count(expected_text + "\n"), expected_lines)
+    elif expected_lines is None and expected_text is not None and expected_text not in result.output:
+        problem = "no %r in its output" % expected_text
+    if problem:
+        sys.exit("bench: %s failed: %s\n%s" % (what, problem, result.output[-2000:]))
+    return result
+
+
+class Simulator:
+    """korvex-devsim on one of our addresses, its request log on tmpfs."""
+
+    def __init__(self, build, address, log_dir, agent_version=None):
+        self.log = os.path.join(log_dir, "devsim-%s.log" % address)
+        argv = [os.path.join(build, "korvex-devsim"), "--address", address, "--log", self.log]
+        if agent_version:
+            argv += ["--agent-version", agent_version]
+        self.process = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        ready, _, _ = select.select([self.process.stdout], [], [], READY_TIMEOUT_S)
+        line = self.process.stdout.readline() if ready else ""
+        if not line.startswith("listening on"):
+            self.stop()
+            sys.exit("bench: simulator on %s did not start: %s%s" % (address, line, self.process.stderr.read()))
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait(READY_TIMEOUT_S)
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+        self.shell_rss_kb = 0
+        self.missed = False
+
+    def add(self, name, shell, floor, ratio, target, passed, rss_kb):
+        result = "-" if passed is None else ("PASS" if passed else "MISS")
+        self.missed |= passed is False
+        self.shell_rss_kb = max(self.shell_rss_kb, rss_kb or 0)
+        memory = "" if rss_kb is None else "%.1f MB" % (rss_kb / 1024)
+        self.rows.append((name, shell, floor, ratio, target, result, memory))
+
+    def print(self):
+        header = ("benchmark", "shell", "floor", "ratio", "target", "result", "max RSS")
+        widths = [max(len(str(row[i])) for row in self.rows + [header]) for i in range(len(header))]
+        for row in [header, tuple("-" * w for w in widths)] + self.rows:
+            print("  ".join(str(cell).ljust(width) for cell, width in zip(row, widths)).rstrip())
+        memory_ok = self.shell_rss_kb / 1024 < MEMORY_TARGET_MB
+        self.missed |= not memory_ok
+        print("\npeak memory of the shell: %.1f MB over all runs (target < %.0f MB): %s"
+              % (self.shell_rss_kb / 1024, MEMORY_TARGET_MB, "PASS" if memory_ok else "MISS"))
+
+
+def median_runs(argv, env, count, what, expected_text=None):
+    runs = [checked(run(argv, env), what, expected_text=expected_text) for _ in range(count)]
+    return statistics.median(r.seconds for r in runs), max(r.maxrss_kb for r in runs)
+
+
+def script_throughput(table, build, env, work):
+    script = os.path.join(work, "script.txt")
+    with open(script, "w") as f:
+        f.write((SCRIPT_LINE + "\n") * COMMANDS)
+    shell = os.path.join(build, "korvex-shell")
+    raw = os.path.join(build, "korvex-rawclient")
+    modes = (("persistent", PERSISTENT_AGENT, []), ("per request", PER_REQUEST_AGENT, ["--per-request"]))
+    for label, address, raw_flags in modes:
+        shell_times, floor_times, rss = [], [], 0
+        # Alternate the two sides so that a busy moment hits both.
+        for _ in range(REPEAT):
+            result = checked(run([shell, "-r", address, "-f", script], env), "script run",
+                             COMMANDS, SCRIPT_OUTPUT)
+            shell_times.append(result.seconds)
+            rss = max(rss, result.maxrss_kb)
+            floor = checked(run([raw, address, "--count", str(COMMANDS)] + raw_flags, env), "raw client")
+            floor_times.append(floor.seconds)
+        per_command = statistics.median(shell_times) / COMMANDS
+        per_exchange = statistics.median(floor_times) / COMMANDS
+        ratio = per_command / per_exchange
+        table.add("script, %s, %d commands" % (label, COMMANDS), "%.1f us/cmd" % (per_command * 1e6),
+                  "%.1f us/exchange" % (per_exchange * 1e6), "%.2fx" % ratio,
+                  "<= %.1fx" % SCRIPT_RATIO_TARGET, ratio <= SCRIPT_RATIO_TARGET, rss)
+
+
+def oneshot_latency(table, build, env):
+    shell = os.path.join(build, "korvex-shell")
+    oneshot = [shell, "-r", PERSISTENT_AGENT, "-c", ONESHOT_COMMAND]
+    raw = [os.path.join(build, "korvex-rawclient"), PERSISTENT_AGENT, "--get"]
+    shell_times, raw_times, help_times, rss, help_rss = [], [], [], 0, 0
+    for _ in range(ONESHOT_RUNS):
+        result = checked(run(oneshot, env), "one-shot", expected_text="Battery level: 50%")
+        shell_times.append(result.seconds)
+        rss = max(rss, result.maxrss_kb)
+        raw_times.append(checked(run(raw, env), "raw client").seconds)
+        result = checked(run([shell, "-h"], env), "korvex-shell -h", expected_text="Usage:")
+        help_times.append(result.seconds)
+        help_rss = max(help_rss, result.maxrss_kb)
+    shell_ms = statistics.median(shell_times) * 1e3
+    raw_ms = statistics.median(raw_times) * 1e3
+    help_ms = statistics.median(help_times) * 1e3
+    table.add("one-shot -c \"%s\", median of %d" % (ONESHOT_COMMAND, ONESHOT_RUNS), "%.1f ms" % shell_ms,
+              "%.1f ms raw" % raw_ms, "%.2fx" % (shell_ms / raw_ms), "< %.0f ms" % ONESHOT_TARGET_MS,
+              shell_ms < ONESHOT_TARGET_MS, rss)
+    table.add("  process start: korvex-shell -h", "%.1f ms" % help_ms, "%.1f ms raw" % raw_ms,
+              "%.2fx" % (help_ms / raw_ms), "", None, help_rss)
+
+
+def fake_state(count):
+    machines = []
+    for i in range(count):
+        # One running machine: it is selected and its agent version read, as
+        # a user with one device up would see it.
+        machine = {"name": "Device %02d" % (i + 1), "uuid": "00000000-0000-4000-8000-%012d" % i,
+                   "state": "running" if i == 0 else "poweroff",
+                   "extradata": {"korvex/vm-version": "2.8.1", "korvex/android-version": "7.1",
+                                 "korvex/platform": "x86"}}
+        if i == 0:
+            machine["ip"] = LOCAL_AGENT
+        machines.append(machine)
+    return {"version": "7.0.14r161095", "machines": machines}
+
+
+def logged_calls(path):
+    """The manager calls the fake logged, one argument list per call."""
+    with open(path) as f:
+        return [line.split(" ") for line in f.read().splitlines() if line]
+
+
+def local_startup(table, build, env, work):
+    shell = os.path.join(build, "korvex-shell")
+    manager = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "tests", "fakes",
+                           "VBoxManage")
+    figures = {}
+    for count in MACHINE_COUNTS:
+        state = fake_state(count)
+        path = os.path.join(work, "vbox-%d.json" % count)
+        with open(path, "w") as f:
+            json.dump(state, f)
+        local_env = dict(env, KX_VBOXMANAGE=manager, KX_FAKE_VBOX_STATE=path)
+        call_log = os.path.join(work, "vbox-%d.log" % count)
+        shell_times, serial_times, rss = [], [], 0
+        for _ in range(REPEAT):
+            if os.path.exists(call_log):
+                os.remove(call_log)
+            result = checked(run([shell, "-c", "devices list"], dict(local_env, KX_FAKE_VBOX_LOG=call_log)),
+                             "local start-up", expected_text="Device %02d" % count)
+            shell_times.append(result.seconds)
+            rss = max(rss, result.maxrss_kb)
+            # The floor: the very calls the shell made, one after the other.
+            serial = 0.0
+            for call in logged_calls(call_log):
+                serial += checked(run([manager] + call, local_env), "VBoxManage %s" % call[0]).seconds
+            serial_times.append(serial)
+        shell_s, serial_s = statistics.median(shell_times), statistics.median(serial_times)
+        figures[count] = (shell_s, serial_s)
+        overlap_expected = count > 1
+        table.add("local start-up, %d machine%s" % (count, "" if count == 1 else "s"), "%.0f ms" % (shell_s * 1e3),
+                  "%.0f ms serial calls" % (serial_s * 1e3), "%.2fx" % (shell_s / serial_s),
+                  "< 1x (overlap)" if overlap_expected else "", shell_s < serial_s if overlap_expected else None,
+                  rss)
+    first, last = MACHINE_COUNTS[0], MACHINE_COUNTS[-1]
+    extra = last - first
+    growth = [(figures[last][i] - figures[first][i]) / extra * 1e3 for i in (0, 1)]
+    table.add("  growth per machine, %d to %d" % (first, last), "%.1f ms" % growth[0],
+              "%.1f ms serial calls" % growth[1], "%.2fx" % (growth[0] / growth[1]), "", None, None)
+
+
+def main():
+    build = os.path.abspath(sys.argv[1])
+    load = os.getloadavg()[0]
+    print("korvex-shell benchmarks: %s, %d CPUs, load average %.2f" % (build, os.cpu_count(), load))
+    if load > QUIET_LOAD:
+        print("note: the machine is busy; figures may be noisy")
+    tmpfs = "/dev/shm" if os.path.isdir("/dev/shm") else None
+    work = tempfile.mkdtemp(prefix="korvex-bench-", dir=tmpfs)
+    home = os.path.join(work, "home")
+    os.makedirs(home)
+    env = dict(os.environ, HOME=home, KX_HOME=os.path.join(home, "kx"), LANG="C.UTF-8",
+               KX_VBOXMANAGE=os.path.join(work, "no-vboxmanage"))
+    env.pop("KX_LOG_TO_STDERR", None)
+    env.pop("XDG_CONFIG_HOME", None)
+    simulators = []
+    try:
+        simulators = [Simulator(build, PERSISTENT_AGENT, work),
+                      Simulator(build, PER_REQUEST_AGENT, work, LAST_PER_REQUEST_VERSION),
+                      Simulator(build, LOCAL_AGENT, work)]
+        table = Table()
+        script_throughput(table, build, env, work)
+        oneshot_latency(table, build, env)
+        local_startup(table, build, env, work)
+        print()
+        table.print()
+        return 1 if table.missed else 0
+    finally:
+        for simulator in simulators:
+            simulator.stop()
+        shutil.rmtree(work, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    sys.exit(main())

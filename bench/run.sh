@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Builds what the benchmarks need (Release, build-bench/ unless KX_BENCH_BUILD_DIR
+# says otherwise) and runs them: the shell and its floors in the same run, one
+# table of figures on stdout. Exit status 0 when every target is met.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/common.sh
+
+BENCH_BUILD_DIR="${KX_BENCH_BUILD_DIR:-build-bench}"
+
+ensure_packages
+if [ ! -f "$BENCH_BUILD_DIR/CMakeCache.txt" ]; then
+    cmake -S . -B "$BENCH_BUILD_DIR" -DCMAKE_BUILD_TYPE=Release >/dev/null
+fi
+cmake --build "$BENCH_BUILD_DIR" -j"$(nproc)" --target korvex-shell korvex-devsim vboxmanage korvex-rawclient >/dev/null
+
+exec /usr/bin/python3 bench/bench.py "$BENCH_BUILD_DIR"
