@@ -275,7 +275,12 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
 
 void KorvexClient::messageFromDevice()
 {
-    m_receiveBuffer.append(takeChunk());
+    receiveChunk(takeChunk());
+}
+
+void KorvexClient::receiveChunk(const QByteArray &chunk)
+{
+    m_receiveBuffer.append(chunk);
     google::protobuf::LogSilencer silence;
 
     Korvex::Reply reply;

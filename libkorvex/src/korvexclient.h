@@ -56,6 +56,9 @@ public:
     int parseReply(const QByteArray &bytes, QVariant &value);
     Korvex::Request *takeLastRequest();
     static QString resultText(int code);
+    // Appends bytes received from the device to the receive buffer and
+    // decodes it: what each ready-read notification of the socket does.
+    void receiveChunk(const QByteArray &chunk);
 
     // Typed device operations.
     int ping();
