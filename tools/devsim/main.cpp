@@ -3,7 +3,9 @@
 #include <QCoreApplication>
 #include <QTextStream>
 
+#include <csignal>
 #include <cstdio>
+#include <unistd.h>
 
 #include "agentserver.h"
 #include "devicestate.h"
@@ -14,6 +16,13 @@ namespace {
 
 constexpr int ExitUsage = 2;
 constexpr int ExitFailure = 1;
+
+// The log is flushed per line, so there is nothing left to save. Installed
+// explicitly because a background job may inherit SIGINT ignored.
+void stop(int)
+{
+    _exit(0);
+}
 
 } // namespace
 
@@ -50,6 +59,8 @@ int main(int argc, char **argv)
             << error << Qt::endl;
         return ExitFailure;
     }
+    std::signal(SIGINT, stop);
+    std::signal(SIGTERM, stop);
     QTextStream(stdout) << "listening on " << options.address.toString() << ":" << options.port << Qt::endl;
     return app.exec();
 }
