@@ -50,6 +50,9 @@ AgentServer::AgentServer(const SimOptions &options, DeviceState &state, RequestL
     : QObject(parent), m_options(options), m_state(state), m_log(log)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &AgentServer::accept);
+    // Checked when the options were read.
+    QString error;
+    m_randomFaults.configure(options.faultRate, options.seed, options.faultKinds, error);
 }
 
 bool AgentServer::listen(QString &error)
@@ -121,22 +124,36 @@ void AgentServer::closed(QTcpSocket *socket)
 
 void AgentServer::handle(QTcpSocket *socket, const Korvex::Request &request)
 {
-    m_log.write(QStringLiteral("request %1 %2")
-                    .arg(m_connections.value(socket).id)
-                    .arg(QString::fromStdString(request.ShortDebugString())));
+    const int id = m_connections.value(socket).id;
+    m_log.write(QStringLiteral("request %1 %2").arg(id).arg(QString::fromStdString(request.ShortDebugString())));
 
-    const Fault &fault = m_options.fault;
+    const Fault fault = faultFor(request, id);
+    const bool faulty = fault.any();
+    const Reply normal = answer(request, !(faulty && fault.refuses()));
+    deliver(socket, faulty ? faultyReply(fault, normal) : encode(normal), fault);
+}
+
+// The fault this request gets; one where any() is false for none.
+Fault AgentServer::faultFor(const Korvex::Request &request, int connectionId)
+{
+    const Fault &fixed = m_options.fault;
     // The shell reads the agent version at start-up; leave it alone so that
     // faults hit the commands under test.
     const bool versionRead = request.type() == Request::GetParam && request.has_parameter()
                              && request.parameter().type() == Korvex::Parameter::KorvexVersion;
-    const bool eligible = fault.any() && (fault.all || !versionRead);
-    const bool faulty = eligible && (fault.count < 0 || m_faultsPlayed < fault.count);
-    if (faulty)
-        ++m_faultsPlayed;
+    if ((versionRead && !fixed.all) || (fixed.count >= 0 && m_faultsPlayed >= fixed.count))
+        return Fault();
 
-    const Reply normal = answer(request, !(faulty && fault.refuses()));
-    deliver(socket, faulty ? faultyReply(normal) : encode(normal), faulty);
+    Fault fault = fixed;
+    if (m_randomFaults.enabled()) {
+        QString description;
+        fault = m_randomFaults.draw(description);
+        if (fault.any())
+            m_log.write(QStringLiteral("fault %1 %2").arg(connectionId).arg(description));
+    }
+    if (fault.any())
+        ++m_faultsPlayed;
+    return fault;
 }
 
 Korvex::Reply AgentServer::answer(const Korvex::Request &request, bool apply)
@@ -169,9 +186,8 @@ Korvex::Reply AgentServer::answer(const Korvex::Request &request, bool apply)
     }
 }
 
-QByteArray AgentServer::faultyReply(const Korvex::Reply &normal) const
+QByteArray AgentServer::faultyReply(const Fault &fault, const Korvex::Reply &normal) const
 {
-    const Fault &fault = m_options.fault;
     if (fault.rawReply)
         return fault.rawBytes;
     if (fault.garbage)
@@ -193,34 +209,31 @@ QByteArray AgentServer::faultyReply(const Korvex::Reply &normal) const
     return encode(normal);
 }
 
-void AgentServer::deliver(QTcpSocket *socket, const QByteArray &bytes, bool faulty)
+void AgentServer::deliver(QTcpSocket *socket, const QByteArray &bytes, const Fault &fault)
 {
-    const Fault &fault = m_options.fault;
-    if (faulty && fault.silent)
+    if (fault.silent)
         return;
-    const bool split = faulty && fault.split;
-    const bool close = faulty && fault.close;
-    auto act = [this, socket, bytes, split, close] {
-        if (close)
+    auto act = [this, socket, bytes, fault] {
+        if (fault.close)
             socket->disconnectFromHost();
         else
-            write(socket, bytes, split);
+            write(socket, bytes, fault);
     };
-    if (faulty && fault.delayMs > 0)
+    if (fault.delayMs > 0)
         QTimer::singleShot(fault.delayMs, socket, act);
     else
         act();
 }
 
-void AgentServer::write(QTcpSocket *socket, const QByteArray &bytes, bool split)
+void AgentServer::write(QTcpSocket *socket, const QByteArray &bytes, const Fault &fault)
 {
-    if (!split || bytes.size() < 2) {
+    if (!fault.split || bytes.size() < 2) {
         socket->write(bytes);
         return;
     }
-    const int half = bytes.size() / 2;
-    socket->write(bytes.left(half));
+    const int first = fault.splitAt > 0 ? qMin(fault.splitAt, bytes.size() - 1) : bytes.size() / 2;
+    socket->write(bytes.left(first));
     socket->flush();
-    const QByteArray rest = bytes.mid(half);
+    const QByteArray rest = bytes.mid(first);
     QTimer::singleShot(SplitGapMs, socket, [socket, rest] { socket->write(rest); });
 }

@@ -8,6 +8,7 @@
 #include <QTcpServer>
 
 #include "devicestate.h"
+#include "randomfaults.h"
 #include "requestlog.h"
 #include "simoptions.h"
 
@@ -36,10 +37,11 @@ private:
     void dropUndecodable(QTcpSocket *socket);
     void closed(QTcpSocket *socket);
     void handle(QTcpSocket *socket, const Korvex::Request &request);
+    Fault faultFor(const Korvex::Request &request, int connectionId);
     Korvex::Reply answer(const Korvex::Request &request, bool apply);
-    QByteArray faultyReply(const Korvex::Reply &normal) const;
-    void deliver(QTcpSocket *socket, const QByteArray &bytes, bool faulty);
-    void write(QTcpSocket *socket, const QByteArray &bytes, bool split);
+    QByteArray faultyReply(const Fault &fault, const Korvex::Reply &normal) const;
+    void deliver(QTcpSocket *socket, const QByteArray &bytes, const Fault &fault);
+    void write(QTcpSocket *socket, const QByteArray &bytes, const Fault &fault);
 
     const SimOptions &m_options;
     DeviceState &m_state;
@@ -48,4 +50,5 @@ private:
     QHash<QTcpSocket *, Connection> m_connections;
     int m_connectionCount = 0;
     int m_faultsPlayed = 0;
+    RandomFaults m_randomFaults;
 };

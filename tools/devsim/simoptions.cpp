@@ -6,6 +6,8 @@
 
 #include <cstdio>
 
+#include "randomfaults.h"
+
 namespace {
 
 constexpr int ExitUsage = 2;
@@ -59,8 +61,25 @@ int parseOptions(const QStringList &arguments, SimOptions &options)
     const QCommandLineOption faultAll("fault-all", "Apply the fault to the agent-version read too.");
     const QCommandLineOption faultCount("fault-count", "Apply the fault to the first N eligible requests only.",
                                         "N");
+    const QCommandLineOption faultRate(
+        "fault-rate",
+        "Random faults instead of a fixed one: each eligible request gets one with probability P (0 to 1), of a "
+        "kind drawn from --fault-kinds; the log names each one in a line \"fault N KIND [DETAIL]\" after its "
+        "request. --fault-count caps their number.",
+        "P");
+    const QCommandLineOption seed("seed", "Seed of the random faults (default 1): the same seed and requests "
+                                          "give the same faults.",
+                                  "S");
+    const QCommandLineOption faultKinds(
+        "fault-kinds",
+        "Kinds of random faults, comma-separated, each with an optional :WEIGHT (default: all, weight 1). "
+        "error: Error reply with a random code, described or not (detail: the code); info: OkWithInformation; "
+        "delay: reply after 1 to 300 ms (detail: ms); late: reply after 6500 ms, past the shell's time-out; "
+        "split: the first byte alone, the rest 50 ms later; close: close the connection; garbage: bytes that "
+        "never decode.",
+        "LIST");
     parser.addOptions({address, port, log, set, agentVersion, error, info, reply, delay, silent, split, close,
-                       garbage, faultAll, faultCount});
+                       garbage, faultAll, faultCount, faultRate, seed, faultKinds});
 
     if (!parser.parse(arguments))
         return fail(parser.errorText());
@@ -126,5 +145,23 @@ int parseOptions(const QStringList &arguments, SimOptions &options)
     fault.close = parser.isSet(close);
     fault.garbage = parser.isSet(garbage);
     fault.all = parser.isSet(faultAll);
+
+    if (parser.isSet(faultRate)) {
+        if (fault.any())
+            return fail("--fault-rate replaces the fixed faults; give one or the other");
+        options.faultRate = parser.value(faultRate).toDouble(&ok);
+        if (!ok)
+            return fail("invalid fault rate: " + parser.value(faultRate));
+        if (parser.isSet(seed)) {
+            options.seed = parser.value(seed).toUInt(&ok);
+            if (!ok)
+                return fail("invalid seed: " + parser.value(seed));
+        }
+        options.faultKinds = parser.value(faultKinds);
+        QString error;
+        RandomFaults check;
+        if (!check.configure(options.faultRate, options.seed, options.faultKinds, error))
+            return fail(error);
+    }
     return -1;
 }

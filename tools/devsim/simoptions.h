@@ -27,6 +27,7 @@ struct Fault
     int delayMs = 0;
     bool silent = false;
     bool split = false;
+    int splitAt = 0; // bytes in the first write of a split reply; 0 for half
     bool close = false;
 
     bool all = false; // also the start-up version read
@@ -44,6 +45,10 @@ struct SimOptions
     QString logPath;
     QList<QPair<QString, QString>> settings; // --set NAME=VALUE, in order
     Fault fault;
+    // Random faults instead of the fixed one: see RandomFaults.
+    double faultRate = 0;
+    quint32 seed = 1;
+    QString faultKinds;
 };
 
 // Parses the arguments; prints help or errors itself. Returns -1 to go on,
