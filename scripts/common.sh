@@ -5,9 +5,10 @@
 PACKAGES=(build-essential cmake qtbase5-dev libqt5sql5-sqlite protobuf-compiler libprotobuf-dev python3)
 BUILD_DIR="${KX_BUILD_DIR:-build}"
 
+# Extra package names given as arguments are wanted too.
 ensure_packages() {
     local missing=() package
-    for package in "${PACKAGES[@]}"; do
+    for package in "${PACKAGES[@]}" "$@"; do
         if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
             missing+=("$package")
         fi
