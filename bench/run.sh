@@ -9,9 +9,14 @@ source scripts/common.sh
 BENCH_BUILD_DIR="${KX_BENCH_BUILD_DIR:-build-bench}"
 
 ensure_packages
-if [ ! -f "$BENCH_BUILD_DIR/CMakeCache.txt" ]; then
-    cmake -S . -B "$BENCH_BUILD_DIR" -DCMAKE_BUILD_TYPE=Release >/dev/null
+mkdir -p "$BENCH_BUILD_DIR"
+build_log="$BENCH_BUILD_DIR/bench-build.log"
+# Quiet unless the build fails.
+if ! { [ -f "$BENCH_BUILD_DIR/CMakeCache.txt" ] || cmake -S . -B "$BENCH_BUILD_DIR" -DCMAKE_BUILD_TYPE=Release; } >"$build_log" 2>&1 \
+    || ! cmake --build "$BENCH_BUILD_DIR" -j"$(nproc)" \
+        --target korvex-shell korvex-devsim vboxmanage korvex-rawclient >>"$build_log" 2>&1; then
+    cat "$build_log" >&2
+    exit 1
 fi
-cmake --build "$BENCH_BUILD_DIR" -j"$(nproc)" --target korvex-shell korvex-devsim vboxmanage korvex-rawclient >/dev/null
 
 exec /usr/bin/python3 bench/bench.py "$BENCH_BUILD_DIR"
