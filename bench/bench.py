@@ -85,6 +85,7 @@ class Simulator:
     """korvex-devsim on one of our addresses, its request log on tmpfs."""
 
     def __init__(self, build, address, log_dir, agent_version=None):
+        self.address = address
         self.log = os.path.join(log_dir, "devsim-%s.log" % address)
         argv = [os.path.join(build, "korvex-devsim"), "--address", address, "--log", self.log]
         if agent_version:
@@ -95,6 +96,11 @@ class Simulator:
         if not line.startswith("listening on"):
             self.stop()
             sys.exit("bench: simulator on %s did not start: %s%s" % (address, line, self.process.stderr.read()))
+
+    def connections(self):
+        """Connections accepted so far, from the request log."""
+        with open(self.log) as f:
+            return sum(1 for line in f if line.startswith("connect "))
 
     def stop(self):
         self.process.terminate()
@@ -125,12 +131,7 @@ class Table:
               % (self.shell_rss_kb / 1024, MEMORY_TARGET_MB, "PASS" if memory_ok else "MISS"))
 
 
-def median_runs(argv, env, count, what, expected_text=None):
-    runs = [checked(run(argv, env), what, expected_text=expected_text) for _ in range(count)]
-    return statistics.median(r.seconds for r in runs), max(r.maxrss_kb for r in runs)
-
-
-def script_throughput(table, build, env, work):
+def script_throughput(table, build, env, work, simulators):
     script = os.path.join(work, "script.txt")
     with open(script, "w") as f:
         f.write((SCRIPT_LINE + "\n") * COMMANDS)
@@ -141,8 +142,14 @@ def script_throughput(table, build, env, work):
         shell_times, floor_times, rss = [], [], 0
         # Alternate the two sides so that a busy moment hits both.
         for _ in range(REPEAT):
+            before = simulators[address].connections()
             result = checked(run([shell, "-r", address, "-f", script], env), "script run",
                              COMMANDS, SCRIPT_OUTPUT)
+            # Make sure the mode is the one timed: a connection per command or a few in all.
+            connections = simulators[address].connections() - before
+            if (connections >= COMMANDS) != bool(raw_flags):
+                sys.exit("bench: the shell opened %d connections for %d commands against %s"
+                         % (connections, COMMANDS, address))
             shell_times.append(result.seconds)
             rss = max(rss, result.maxrss_kb)
             floor = checked(run([raw, address, "--count", str(COMMANDS)] + raw_flags, env), "raw client")
@@ -273,11 +280,11 @@ def main():
     env.pop("XDG_CONFIG_HOME", None)
     simulators = []
     try:
-        simulators = [Simulator(build, PERSISTENT_AGENT, work),
-                      Simulator(build, PER_REQUEST_AGENT, work, LAST_PER_REQUEST_VERSION),
-                      Simulator(build, LOCAL_AGENT, work)]
+        for address, version in ((PERSISTENT_AGENT, None), (PER_REQUEST_AGENT, LAST_PER_REQUEST_VERSION),
+                                 (LOCAL_AGENT, None)):
+            simulators.append(Simulator(build, address, work, version))
         table = Table()
-        script_throughput(table, build, env, work)
+        script_throughput(table, build, env, work, {s.address: s for s in simulators})
         oneshot_latency(table, build, env)
         local_startup(table, build, env, work)
         print()
