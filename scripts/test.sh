@@ -1,9 +1,22 @@
 #!/usr/bin/env bash
-# Builds everything and runs the whole test suite; the exit status is ctest's.
+# Builds everything and runs the whole test suite (ctest), after a short run
+# of every fuzz target (scripts/fuzz.sh); fails when either fails. Ctest's
+# summary comes last.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
 
+# Seconds per fuzz target: a smoke run, the long runs are scripts/fuzz.sh's.
+readonly FUZZ_SECONDS="${KX_FUZZ_SECONDS:-3}"
+
 ensure_packages
 build_tree
-exec ctest --test-dir "$BUILD_DIR" --output-on-failure -j4
+fuzz_status=0
+scripts/fuzz.sh "$FUZZ_SECONDS" || fuzz_status=$?
+ctest_status=0
+ctest --test-dir "$BUILD_DIR" --output-on-failure -j4 || ctest_status=$?
+if [ "$fuzz_status" -ne 0 ]; then
+    echo "The short fuzzing run failed: see its report above." >&2
+    exit "$fuzz_status"
+fi
+exit "$ctest_status"

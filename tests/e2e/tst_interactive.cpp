@@ -356,8 +356,11 @@ void TestInteractive::history_data()
     QTest::newRow("up stops at the oldest, duplicates recorded once")
         << QByteArrayList{"version", "version", "pause 0"} << QByteArray("<up><up><up><down>") << "pause 0"
         << QByteArray();
+    // The final x tells when every key was read: the line after the first
+    // <up> already shows nosuch.
     QTest::newRow("down stops at the newest")
-        << QByteArrayList{"version", "nosuch"} << QByteArray("<up><up><down><down><down>") << "nosuch" << notFound;
+        << QByteArrayList{"version", "nosuch"} << QByteArray("<up><up><down><down><down>x") << "nosuchx"
+        << QByteArray("Command not found: nosuchx\r\n>>> Failed\r\n");
     QTest::newRow("empty line not recorded")
         << QByteArrayList{"version", ""} << QByteArray("<up>") << "version" << QByteArray();
     QTest::newRow("typed text stays on screen before the first up")
