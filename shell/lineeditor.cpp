@@ -1,9 +1,12 @@
 // Interactive front of the shell: the prompt, a line editor reading raw keys,
 // history browsing with the arrow keys and Tab completion of command names.
-// Runs in the loop thread; the SIGINT handler shares the edited line with it.
+// Runs in the loop thread; the SIGINT handler only asks it to drop the line.
 #include "prompt.h"
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <unistd.h>
 
 #include <QRegExp>
 #include <QTextStream>
@@ -12,16 +15,23 @@
 
 namespace {
 
-const char PromptText[] = "Korvex Shell > ";
+#define KORVEX_PROMPT_TEXT "Korvex Shell > "
+const char PromptText[] = KORVEX_PROMPT_TEXT;
 const char EraseSequence[] = "\b \b";
 const char FailedText[] = ">>> Failed";
 const char ExitingText[] = "Exiting...";
 const QChar Blank = QLatin1Char(' ');
 const QChar CarriageReturn = QLatin1Char('\r');
 
-// The one line being edited. Also emptied by the interrupt handler, which is
-// why it is not a member: a signal handler has no Prompt to reach.
+// The one line being edited, by the loop thread only.
 QString s_inputLine;
+
+// The interrupt handler may only do async-signal-safe things: it writes the
+// fresh prompt in one write() and leaves the line for the loop thread to drop
+// before it handles the next key.
+std::atomic<bool> s_lineAbandoned{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "used from a signal handler");
+const char InterruptPrompt[] = "\n" KORVEX_PROMPT_TEXT;
 
 // Writes the prompt, on a new line when asked, and optionally drops the line.
 void writePrompt(QTextStream &out, bool newLine, bool clearInput)
@@ -47,8 +57,13 @@ void Prompt::displayPrompt(bool newLine, bool clearInput)
 // Ctrl-C does not end the shell: it abandons the line and prompts afresh.
 void Prompt::onInterrupt(int signalNumber)
 {
-    if (signalNumber == SIGINT)
-        writePrompt(console(), true, true);
+    if (signalNumber != SIGINT)
+        return;
+    const int savedErrno = errno;
+    s_lineAbandoned = true;
+    const ssize_t written = write(STDOUT_FILENO, InterruptPrompt, sizeof(InterruptPrompt) - 1);
+    static_cast<void>(written);
+    errno = savedErrno;
 }
 
 // Reads and runs lines until quit, exit, Ctrl-D or the application stopping.
@@ -72,6 +87,8 @@ void Prompt::readline()
     bool entryShown = false;
     while (m_running) {
         const int key = m_keyReader.readKey();
+        if (s_lineAbandoned.exchange(false))
+            s_inputLine.clear();
         if (KeyReader::isBackspace(key)) {
             if (!s_inputLine.isEmpty()) {
                 clearCommandLine(1);
