@@ -7,7 +7,6 @@
 
 #include <QDebug>
 #include <QEventLoop>
-#include <QMutexLocker>
 #include <QTcpSocket>
 #include <QThread>
 #include <QTimer>
@@ -160,12 +159,26 @@ KorvexClient::~KorvexClient()
 
 void KorvexClient::setAddress(const QHostAddress &address, int port)
 {
+    std::lock_guard<std::mutex> locker(m_targetLock);
     m_address = address;
     m_port = port;
 }
 
+QHostAddress KorvexClient::address() const
+{
+    std::lock_guard<std::mutex> locker(m_targetLock);
+    return m_address;
+}
+
+int KorvexClient::port() const
+{
+    std::lock_guard<std::mutex> locker(m_targetLock);
+    return m_port;
+}
+
 bool KorvexClient::isValid() const
 {
+    std::lock_guard<std::mutex> locker(m_targetLock);
     return !m_address.isNull() && m_address != QHostAddress::AnyIPv4 && m_address != QHostAddress::Any
            && m_address != QHostAddress::AnyIPv6 && m_port != 0;
 }
@@ -197,13 +210,13 @@ bool KorvexClient::initConnection(QString &error)
         if (m_socket && m_socket->state() == QAbstractSocket::ConnectedState)
             return true;
         qCritical() << "[initConnection] Persistant connection but not connected. Will reconnect to"
-                    << m_address.toString();
+                    << address().toString();
     }
 
     delete m_socket;
     m_socket = new QTcpSocket();
     m_socket->setReadBufferSize(ReadBufferSize);
-    m_socket->connectToHost(m_address, static_cast<quint16>(m_port), QIODevice::ReadWrite);
+    m_socket->connectToHost(address(), static_cast<quint16>(port()), QIODevice::ReadWrite);
     if (!m_socket->waitForConnected(ConnectTimeoutMs)) {
         error = m_socket->errorString();
         return false;
@@ -222,13 +235,13 @@ bool KorvexClient::initConnection(QString &error)
 
 void KorvexClient::queueChunk(const QByteArray &chunk)
 {
-    QMutexLocker locker(&m_chunkLock);
+    std::lock_guard<std::mutex> locker(m_chunkLock);
     m_pendingChunks.append(chunk);
 }
 
 QByteArray KorvexClient::takeChunk()
 {
-    QMutexLocker locker(&m_chunkLock);
+    std::lock_guard<std::mutex> locker(m_chunkLock);
     return m_pendingChunks.isEmpty() ? QByteArray() : m_pendingChunks.takeFirst();
 }
 
@@ -236,7 +249,7 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
 {
     QString error;
     if (!initConnection(error)) {
-        qCritical() << "Unable to connect to" << m_address.toString() << ":" << m_port << error;
+        qCritical() << "Unable to connect to" << address().toString() << ":" << port() << error;
         releaseSocket();
         return NetworkError;
     }

@@ -12,6 +12,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <mutex>
+
 #include "requests.pb.h"
 
 class QTcpSocket;
@@ -41,8 +43,8 @@ public:
     ~KorvexClient() override;
 
     void setAddress(const QHostAddress &address, int port);
-    QHostAddress address() const { return m_address; }
-    int port() const { return m_port; }
+    QHostAddress address() const;
+    int port() const;
     bool isValid() const;
     void setPersistent(bool persistent);
     bool isPersistent() const { return m_persistent; }
@@ -114,6 +116,9 @@ private:
     void queueChunk(const QByteArray &chunk);
     QByteArray takeChunk();
 
+    // Set on a worker thread by the device sources, read by whichever thread
+    // issues a request: both under this lock.
+    mutable std::mutex m_targetLock;
     QHostAddress m_address;
     int m_port = 0;
     QTcpSocket *m_socket = nullptr;
@@ -123,6 +128,6 @@ private:
     bool m_persistent = false;
     // Bytes read on the socket's thread, handed to messageFromDevice one
     // chunk per ready-read notification.
-    QMutex m_chunkLock;
+    std::mutex m_chunkLock;
     QList<QByteArray> m_pendingChunks;
 };
