@@ -5,6 +5,14 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include <csignal>
+#include <sys/prctl.h>
+
+void SimulatorProcess::setupChildProcess()
+{
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+}
+
 DevSim::DevSim(const QString &address, const QStringList &options) : m_address(address), m_options(options) {}
 
 DevSim::~DevSim() { stop(); }

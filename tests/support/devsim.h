@@ -7,6 +7,14 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+// A simulator process that ends with the test: a test killed by a sanitizer
+// report or a time-out must not leave it holding its address for later runs.
+class SimulatorProcess : public QProcess
+{
+protected:
+    void setupChildProcess() override;
+};
+
 class DevSim
 {
 public:
@@ -29,5 +37,5 @@ private:
     QString m_address;
     QStringList m_options;
     QTemporaryDir m_dir;
-    QProcess m_process;
+    SimulatorProcess m_process;
 };
