@@ -4,11 +4,10 @@
 
 #include <QFile>
 #include <QGlobalStatic>
-#include <QMutex>
-#include <QMutexLocker>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 
 namespace {
 
@@ -17,8 +16,9 @@ const char DefaultMessagePattern[] =
 
 struct LoggingState
 {
-    // Guards the file and every write, so lines from different threads never interleave.
-    QMutex lock;
+    // Guards the file and every write, so lines from different threads never
+    // interleave. A standard mutex, so that thread checkers see it.
+    std::mutex lock;
     std::unique_ptr<QFile> file; // null when no log file is open
     const bool toStderr = qEnvironmentVariableIsSet("KX_LOG_TO_STDERR");
 };
@@ -39,7 +39,7 @@ void messageHandler(QtMsgType type, const QMessageLogContext &context, const QSt
     // Messages logged while static objects are torn down outlive the state.
     LoggingState *state = loggingState.isDestroyed() ? nullptr : loggingState();
     if (state) {
-        QMutexLocker locker(&state->lock);
+        std::lock_guard<std::mutex> locker(state->lock);
         if (state->file) {
             state->file->write(line);
             // Flushed before the lock is released so nothing is lost at a crash.
@@ -67,7 +67,7 @@ void initLogging(const QString &path, bool quiet)
     const bool opened = file->open(QIODevice::WriteOnly | QIODevice::Append);
 
     {
-        QMutexLocker locker(&state.lock);
+        std::lock_guard<std::mutex> locker(state.lock);
         // Replacing under the lock lets a re-open (after the log was deleted)
         // race safely with messages from other threads.
         state.file.reset(opened ? file.release() : nullptr);
