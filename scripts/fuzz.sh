@@ -26,9 +26,11 @@ targets=("$@")
 ensure_packages clang libclang-rt-14-dev
 
 # Every library the targets link is instrumented for coverage; only the
-# targets themselves link the fuzzing engine.
+# targets themselves link the fuzzing engine. A debug configuration keeps the
+# assertions on; -O1 and line tables only keep the build short.
 if [ ! -f "$FUZZ_DIR/CMakeCache.txt" ]; then
-    CC=clang CXX=clang++ cmake -S . -B "$FUZZ_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVEX_FUZZ=ON \
+    CC=clang CXX=clang++ cmake -S . -B "$FUZZ_DIR" -DCMAKE_BUILD_TYPE=Debug -DKORVEX_FUZZ=ON \
+        -DCMAKE_CXX_FLAGS_DEBUG="-O1 -gline-tables-only" \
         -DCMAKE_CXX_FLAGS="-fsanitize=fuzzer-no-link,$SANITIZERS -fno-sanitize-recover=undefined -fno-omit-frame-pointer" \
         -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=$SANITIZERS" >/dev/null
 fi
