@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "devsim.h"
+#include "korvexclient.h"
 #include "shellrunner.h"
 
 namespace {
@@ -159,12 +160,15 @@ struct Expected
 int interpretation(const Exchange &exchange)
 {
     if (exchange.fault == "info")
-        return 7;
+        return KorvexClient::OkWithInformation;
     if (exchange.fault != "error")
-        return 1;
-    static const QHash<QString, int> byCode{
-        {"Ok", 1}, {"GenericError", 2}, {"InvalidRequest", 5}, {"OkWithInformation", 4}, {"NotImplemented", 8}};
-    return byCode.value(exchange.detail, -100);
+        return KorvexClient::Ok;
+    static const QHash<QString, int> byCode{{"Ok", KorvexClient::Ok},
+                                            {"GenericError", KorvexClient::GenericError},
+                                            {"InvalidRequest", KorvexClient::InvalidRequest},
+                                            {"OkWithInformation", KorvexClient::SerializationError},
+                                            {"NotImplemented", KorvexClient::NotImplemented}};
+    return byCode.value(exchange.detail, -1);
 }
 
 QString unknownResult(int code)
@@ -207,20 +211,20 @@ struct Model
         if (line.command == SetMode)
             return 0;
         const int result = interpretation(exchange);
-        if (result == 8)
+        if (result == KorvexClient::NotImplemented)
             ++expected.notImplemented;
         switch (line.command) {
         case SetLevel:
-            if (result != 1 && result != 7) {
+            if (result != KorvexClient::Ok && result != KorvexClient::OkWithInformation) {
                 out << unknownResult(result);
                 return -1;
             }
-            if (result == 7)
+            if (result == KorvexClient::OkWithInformation)
                 out << InformationText;
             out << QString("Battery level set to: %1%").arg(line.value);
             return 0;
         case GetLevel:
-            if (result != 1) {
+            if (result != KorvexClient::Ok) {
                 out << unknownResult(result);
                 return -1;
             }
@@ -228,7 +232,7 @@ struct Model
             out << QString("Battery level: %1%").arg(exchange.fault == "error" ? 0 : level);
             return 0;
         case Ping:
-            if (result != 1) {
+            if (result != KorvexClient::Ok) {
                 out << unknownResult(result);
                 return -1;
             }
