@@ -9,6 +9,7 @@
 #include <QtTest>
 
 #include "devsim.h"
+#include "selectionbanners.h"
 #include "shellrunner.h"
 
 namespace {
@@ -24,20 +25,8 @@ const QString Header = QStringLiteral(
     "\n"
     " Id | Select |    Status     |   Type   |   IP Address    |      Name\n"
     "----+--------+---------------+----------+-----------------+---------------\n");
-const QString SeveralBanner = QStringLiteral(
-    "\n"
-    "|---------------------------------------------------------------|\n"
-    "| Several Korvex virtual devices are running.                   |\n"
-    "| Please, select a device manually with command: devices select |\n"
-    "|---------------------------------------------------------------|\n"
-    "\n");
-const QString NoneBanner = QStringLiteral(
-    "\n"
-    "|----------------------------------------------------------------------|\n"
-    "| No Korvex virtual device running found                               |\n"
-    "| Please, run at least one Korvex virtual device to use this shell     |\n"
-    "|----------------------------------------------------------------------|\n"
-    "\n");
+const QString SeveralBanner = SelectionBanners::Several;
+const QString NoneBanner = SelectionBanners::None;
 const QString Start = QStringLiteral("Connection mode: local host\n");
 const QString Welcome = QStringLiteral("Welcome to Korvex Shell\n");
 

@@ -6,24 +6,13 @@
 #include <QtTest>
 
 #include "console.h"
+#include "selectionbanners.h"
 #include "virtualmachineengine.h"
 
 namespace {
 
-const QString SeveralBanner = QStringLiteral(
-    "\n"
-    "|---------------------------------------------------------------|\n"
-    "| Several Korvex virtual devices are running.                   |\n"
-    "| Please, select a device manually with command: devices select |\n"
-    "|---------------------------------------------------------------|\n"
-    "\n");
-const QString NoneBanner = QStringLiteral(
-    "\n"
-    "|----------------------------------------------------------------------|\n"
-    "| No Korvex virtual device running found                               |\n"
-    "| Please, run at least one Korvex virtual device to use this shell     |\n"
-    "|----------------------------------------------------------------------|\n"
-    "\n");
+const QString SeveralBanner = SelectionBanners::Several;
+const QString NoneBanner = SelectionBanners::None;
 const QString InvalidId = QStringLiteral("Invalid device Id\n");
 
 QString offLine(int id)
