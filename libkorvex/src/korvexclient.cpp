@@ -225,24 +225,9 @@ bool KorvexClient::initConnection(QString &error)
     m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     // Bytes are read and decoded on the socket's thread, the requesting one:
     // a round trip through the client's thread would add two thread wake-ups
-    // to every exchange and about double its time. The reader runs first.
-    QTcpSocket *socket = m_socket;
-    connect(socket, &QTcpSocket::readyRead, socket, [this, socket] { queueChunk(socket->readAll()); },
-            Qt::DirectConnection);
+    // to every exchange and about double its time.
     connect(m_socket, &QTcpSocket::readyRead, this, &KorvexClient::messageFromDevice, Qt::DirectConnection);
     return true;
-}
-
-void KorvexClient::queueChunk(const QByteArray &chunk)
-{
-    std::lock_guard<std::mutex> locker(m_chunkLock);
-    m_pendingChunks.append(chunk);
-}
-
-QByteArray KorvexClient::takeChunk()
-{
-    std::lock_guard<std::mutex> locker(m_chunkLock);
-    return m_pendingChunks.isEmpty() ? QByteArray() : m_pendingChunks.takeFirst();
 }
 
 int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs)
@@ -288,7 +273,10 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
 
 void KorvexClient::messageFromDevice()
 {
-    receiveChunk(takeChunk());
+    // Called directly by the ready-read of the current socket, on its thread
+    // (sender() is not set across threads, and only that socket is connected).
+    if (m_socket)
+        receiveChunk(m_socket->readAll());
 }
 
 void KorvexClient::receiveChunk(const QByteArray &chunk)

@@ -113,8 +113,6 @@ private slots:
 private:
     void adoptSocket();
     void releaseSocket();
-    void queueChunk(const QByteArray &chunk);
-    QByteArray takeChunk();
 
     // Set on a worker thread by the device sources, read by whichever thread
     // issues a request: both under this lock.
@@ -126,8 +124,4 @@ private:
     QByteArray m_lastReply;
     QByteArray m_receiveBuffer; // survives reconnections
     bool m_persistent = false;
-    // Bytes read on the socket's thread, handed to messageFromDevice one
-    // chunk per ready-read notification.
-    std::mutex m_chunkLock;
-    QList<QByteArray> m_pendingChunks;
 };
