@@ -67,14 +67,7 @@ QString Prompt::generateRandomAndroidId()
 
 int Prompt::androidGetDeviceId(const QStringList &params)
 {
-    if (checkParams(params, 0) || checkDevice())
-        return -1;
-
-    QString deviceId;
-    if (!RequestOutcome::report(m_out, m_client->getDeviceId(deviceId)))
-        return -1;
-    m_out << QString("Device ID: %1").arg(deviceId) << Qt::endl;
-    return 0;
+    return queryText(params, QStringLiteral("Device ID: "), &KorvexClient::getDeviceId);
 }
 
 int Prompt::androidSetDeviceId(const QStringList &params)
@@ -126,14 +119,7 @@ int Prompt::androidSetDeviceId(const QStringList &params)
 
 int Prompt::androidGetAndroidId(const QStringList &params)
 {
-    if (checkParams(params, 0) || checkDevice())
-        return -1;
-
-    QString androidId;
-    if (!RequestOutcome::report(m_out, m_client->getAndroidId(androidId)))
-        return -1;
-    m_out << QString("Android ID: %1").arg(androidId) << Qt::endl;
-    return 0;
+    return queryText(params, QStringLiteral("Android ID: "), &KorvexClient::getAndroidId);
 }
 
 int Prompt::androidSetAndroidId(const QStringList &params)

@@ -47,36 +47,15 @@ int Prompt::rotationSetAngle(const QStringList &params)
 
 int Prompt::korvexCapabilities(const QStringList &params)
 {
-    if (checkParams(params, 0) || checkDevice())
-        return -1;
-
-    QString capabilities;
-    if (!RequestOutcome::report(m_out, m_client->getCapabilities(capabilities)))
-        return -1;
-    m_out << "Capabilities: " << capabilities << Qt::endl;
-    return 0;
+    return queryText(params, QStringLiteral("Capabilities: "), &KorvexClient::getCapabilities);
 }
 
 int Prompt::korvexVersion(const QStringList &params)
 {
-    if (checkParams(params, 0) || checkDevice())
-        return -1;
-
-    QString version;
-    if (!RequestOutcome::report(m_out, m_client->getAgentVersion(version)))
-        return -1;
-    m_out << "Korvex: " << version << Qt::endl;
-    return 0;
+    return queryText(params, QStringLiteral("Korvex: "), &KorvexClient::getAgentVersion);
 }
 
 int Prompt::androidVersion(const QStringList &params)
 {
-    if (checkParams(params, 0) || checkDevice())
-        return -1;
-
-    QString version;
-    if (!RequestOutcome::report(m_out, m_client->getAndroidVersion(version)))
-        return -1;
-    m_out << "Version: " << version << Qt::endl;
-    return 0;
+    return queryText(params, QStringLiteral("Version: "), &KorvexClient::getAndroidVersion);
 }

@@ -122,6 +122,10 @@ private:
     int gpsGetBearing(const QStringList &params);
     int gpsSetBearing(const QStringList &params);
 
+    // Read-only text queries: no argument, a usable device, one line label + text.
+    typedef int (KorvexClient::*TextGetter)(QString &text);
+    int queryText(const QStringList &params, const QString &label, TextGetter getter);
+
     // rotation, capabilities and versions
     int rotationSetAngle(const QStringList &params);
     int korvexCapabilities(const QStringList &params);
