@@ -162,8 +162,13 @@ void TestDeviceCommands::command_data()
         {"korvex capabilities", "--set|Capabilities=", "Capabilities: ", Succeeded, "get Capabilities"},
         {"korvex capabilities", "--info|note", "Unknown error. Result code: 7", Failed, "get Capabilities"},
         {"korvex version", "--agent-version|3.0.1", "Korvex: 3.0.1", Succeeded, "get KorvexVersion"},
+        {"android version", "--set|AndroidVersion=7.1.2", "Version: 7.1.2", Succeeded, "get AndroidVersion"},
+        {"android version 1", "", "Syntax error: Command expects 0 parameters while 1 were given.", Failed, ""},
 
         {"android getdeviceid", "", "Device ID: ", Succeeded, "get DeviceId"},
+        {"android getandroidid", "--set|AndroidId=0123456789abcdef", "Android ID: 0123456789abcdef", Succeeded,
+         "get AndroidId"},
+        {"android getandroidid", "--error|InvalidRequest", "Unknown error. Result code: 5", Failed, "get AndroidId"},
         {"android setdeviceid none", "", "Device ID set to: \n" + QString(Warnings), Succeeded,
          "set DeviceId String stringValue: \"[none]\""},
         {"android setdeviceid NONE", "--info|kept", "kept\nDevice ID set to: NONE\n" + QString(Warnings),
