@@ -45,8 +45,6 @@ public:
 
     int execCommand(const QString &line);
     const QStringList &history() const { return m_history; }
-    const QHash<QString, QString> &helps() const { return m_helps; }
-    bool hasCommand(const QString &name) const { return m_commands.contains(name); }
     QString connectionModeText() const;
 
     // Shared argument checks: 0 when the test passes, -1 after printing the message.

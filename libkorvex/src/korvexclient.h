@@ -47,7 +47,6 @@ public:
     int port() const;
     bool isValid() const;
     void setPersistent(bool persistent);
-    bool isPersistent() const { return m_persistent; }
 
     bool initConnection(QString &error);
     Korvex::Request buildRequest(Korvex::Request::Type kind, Korvex::Parameter::Type parameter,
