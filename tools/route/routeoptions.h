@@ -1,0 +1,17 @@
+// Command-line options of korvex-route.
+#pragma once
+
+#include "schedule.h"
+
+#include <QStringList>
+
+struct RouteOptions
+{
+    QString track;
+    Timing timing;
+    std::optional<double> accuracy;
+};
+
+// Parses the arguments; --help and --version print and exit here, and so does
+// an unknown option. Otherwise an error message, empty when all is well.
+QString parseRouteOptions(const QStringList &arguments, RouteOptions &options);
