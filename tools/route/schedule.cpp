@@ -16,6 +16,9 @@ constexpr double SecondsPerHour = 3600;
 constexpr double MetresPerKilometre = 1000;
 // Going back to the start of the route between loops takes at least this.
 constexpr double LoopGapSeconds = 1;
+// Bounds that keep the arithmetic exact and the command file of a sane size.
+constexpr double LongestRouteSeconds = 100.0 * 365 * 24 * 3600;
+constexpr qint64 MostStops = 10000000;
 
 // Exact seconds of each point from the first, before the rate; or an error.
 QString exactTimes(const QVector<TrackPoint> &points, const Timing &timing, QVector<double> &times)
@@ -59,6 +62,14 @@ Schedule schedulePoints(const QVector<TrackPoint> &points, const Timing &timing)
         gap = std::max(gap, distanceMetres(points.last(), points.first()) / metresPerSecond / timing.rate);
     }
     const double loopLength = times.last() + gap;
+    if (timing.loops * loopLength > LongestRouteSeconds) {
+        schedule.error = QStringLiteral("the route would last more than a century");
+        return schedule;
+    }
+    if (qint64(timing.loops) * points.size() > MostStops) {
+        schedule.error = QStringLiteral("more than %1 points to play").arg(MostStops);
+        return schedule;
+    }
     const int last = points.size() - 1;
     bool lastIsEnd = false; // whether the latest stop is a first or last point
     for (int loop = 0; loop < timing.loops; ++loop) {
