@@ -10,6 +10,7 @@
 #include <QtConcurrent>
 #include <ctime>
 
+#include "descriptordevice.h"
 #include "korvexclient.h"
 #include "virtualmachineengine.h"
 
@@ -129,11 +130,16 @@ int Prompt::execCommandsFile()
     }
 
     // Every line runs, blank and comment-like ones included, and a failure
-    // does not stop the file: the statuses add up into the exit status.
-    QTextStream in(&m_commandFile);
+    // does not stop the file: the statuses add up into the exit status. The
+    // lines are read to the real end of the file: a pipe that has nothing to
+    // give yet is waited for, where the file's own end test would stop.
+    DescriptorDevice source(m_commandFile.handle());
+    source.open(QIODevice::ReadOnly | QIODevice::Text);
+    QTextStream in(&source);
+    QString line;
     int sum = 0;
-    while (!in.atEnd())
-        sum += execCommand(in.readLine());
+    while (in.readLineInto(&line))
+        sum += execCommand(line);
     m_commandFile.close();
     return sum;
 }
