@@ -4,6 +4,9 @@
 #include "korvexclient.h"
 
 #include <atomic>
+#include <cerrno>
+
+#include <sys/socket.h>
 
 #include <QDebug>
 #include <QEventLoop>
@@ -207,7 +210,7 @@ bool KorvexClient::initConnection(QString &error)
 {
     adoptSocket();
     if (m_persistent) {
-        if (m_socket && m_socket->state() == QAbstractSocket::ConnectedState)
+        if (stillConnected())
             return true;
         qCritical() << "[initConnection] Persistant connection but not connected. Will reconnect to"
                     << address().toString();
@@ -230,6 +233,26 @@ bool KorvexClient::initConnection(QString &error)
     return true;
 }
 
+// Between requests no thread watches the socket, so a close by the device (a
+// restart) or a reply that came after its time-out is still waiting in the
+// kernel: look now, so that a closed connection is replaced before the
+// request is written into it and a late reply does not answer this request.
+bool KorvexClient::stillConnected()
+{
+    if (!m_socket || m_socket->state() != QAbstractSocket::ConnectedState)
+        return false;
+    char byte;
+    ssize_t peeked = ::recv(m_socket->socketDescriptor(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (peeked > 0) {
+        m_socket->waitForReadyRead(0);
+        peeked = ::recv(m_socket->socketDescriptor(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    }
+    // 0: the device closed its end; an error other than "nothing yet": the connection broke.
+    if (peeked == 0 || (peeked < 0 && errno != EAGAIN && errno != EWOULDBLOCK))
+        return false;
+    return m_socket->state() == QAbstractSocket::ConnectedState;
+}
+
 int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs)
 {
     QString error;
@@ -248,7 +271,13 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
     timer.setSingleShot(true);
     timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, loop, &QEventLoop::quit);
-    connect(this, &KorvexClient::replyFromDevice, loop, &QEventLoop::quit);
+    bool replied = false;
+    connect(this, &KorvexClient::replyFromDevice, loop, [loop, &replied] {
+        replied = true;
+        loop->quit();
+    });
+    // A connection the device closes cannot bring the reply any more.
+    connect(m_socket, &QAbstractSocket::disconnected, loop, &QEventLoop::quit);
 
     if (m_socket->write(bytes) != size) {
         qCritical() << "Unable to send request:" << m_socket->errorString();
@@ -265,6 +294,10 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
 
     if (timeoutMs > 0 && !timer.isActive()) {
         qWarning() << "Timeout while waiting for request reply";
+        return NetworkError;
+    }
+    if (!replied) {
+        qWarning() << "Connection closed by the device while waiting for request reply";
         return NetworkError;
     }
     reply = m_lastReply;

@@ -111,6 +111,7 @@ private slots:
 
 private:
     void adoptSocket();
+    bool stillConnected();
     void releaseSocket();
 
     // Set on a worker thread by the device sources, read by whichever thread

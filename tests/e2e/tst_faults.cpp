@@ -200,7 +200,9 @@ struct Model
         if (exchange.fault == "close" && persistent && moreRequests)
             ++expected.reconnections;
         if (unreachable) {
-            ++expected.timeouts;
+            // A closed connection ends the wait at once.
+            if (exchange.fault != "close")
+                ++expected.timeouts;
             out << "Device unreachable.";
             return -1;
         }
