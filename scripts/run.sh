@@ -13,7 +13,11 @@ ensure_packages
 build_tree korvex-shell korvex-devsim vboxmanage
 
 ready_file="$(mktemp)"
-"$BUILD_DIR/korvex-devsim" --address "$DEVICE_ADDRESS" --log "$BUILD_DIR/korvex-devsim.log" >"$ready_file" &
+# A session of its own keeps the terminal's Ctrl-C, meant for the shell's
+# prompt, away from the simulator. A background job of a script is no group
+# leader, so setsid runs the simulator itself and $! is its pid.
+setsid "$BUILD_DIR/korvex-devsim" --address "$DEVICE_ADDRESS" --log "$BUILD_DIR/korvex-devsim.log" \
+    >"$ready_file" </dev/null &
 sim_pid=$!
 stop_simulator() {
     kill "$sim_pid" 2>/dev/null || true
@@ -21,6 +25,10 @@ stop_simulator() {
     rm -f "$ready_file"
 }
 trap stop_simulator EXIT
+# The simulator no longer shares the terminal's signals: a hang-up or a kill
+# of this script must still stop it.
+trap 'exit 129' HUP
+trap 'exit 143' TERM
 
 for ((i = 0; i < READY_WAIT_TENTHS; i++)); do
     grep -q "^listening on" "$ready_file" && break
