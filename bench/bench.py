@@ -100,7 +100,8 @@ class Simulator:
     def connections(self):
         """Connections accepted so far, from the request log."""
         with open(self.log) as f:
-            return sum(1 for line in f if line.startswith("connect "))
+            # Each line is "DATE TIME event...".
+            return sum(1 for line in f if line.split(" ", 3)[2:3] == ["connect"])
 
     def stop(self):
         self.process.terminate()

@@ -25,7 +25,8 @@ public:
     bool start();
     void stop();
     QString address() const { return m_address; }
-    // Lines of the request log ("connect N", "request N <text>", ...).
+    // Lines of the request log without their timestamps ("connect N",
+    // "request N <text>", ...).
     QStringList log() const;
     // Only the text of the "request" lines, in order.
     QStringList requests() const;

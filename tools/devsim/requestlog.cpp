@@ -1,6 +1,8 @@
 // Request log of the device simulator.
 #include "requestlog.h"
 
+#include <QDateTime>
+
 #include <cstdio>
 
 bool RequestLog::open(const QString &path, QString &error)
@@ -16,6 +18,8 @@ bool RequestLog::open(const QString &path, QString &error)
 
 void RequestLog::write(const QString &line)
 {
-    m_file.write(line.toUtf8() + '\n');
+    // Local time with milliseconds, as in the shell's log, so the two can be matched.
+    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz"));
+    m_file.write((stamp + ' ' + line).toUtf8() + '\n');
     m_file.flush();
 }

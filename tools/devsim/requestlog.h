@@ -1,5 +1,6 @@
-// Request log of the device simulator: one line per event, appended to a
-// file (or stderr) and flushed at once so tests can read it while it runs.
+// Request log of the device simulator: one line per event, each starting with
+// its local date and time to the millisecond, appended to a file (or stderr)
+// and flushed at once so tests can read it while it runs.
 #pragma once
 
 #include <QFile>
