@@ -6,6 +6,8 @@
 
 #include <memory>
 
+#include <sys/stat.h>
+
 #include "devsim.h"
 #include "shellrunner.h"
 
@@ -55,6 +57,8 @@ private slots:
     void connectionsByAgentVersion_data();
     void connectionsByAgentVersion();
     void lateReplyTakenByNextRequest();
+    void pipedFileAcrossDeviceRestart_data();
+    void pipedFileAcrossDeviceRestart();
 };
 
 void TestRemote::ping_data()
@@ -82,6 +86,9 @@ void TestRemote::ping_data()
                                      << QStringList{"[warning] Not implemented in your current Korvex system."} << 0;
     QTest::newRow("information") << ping << QStringList{"--info", "note"} << "Unknown error. Result code: 7" << Failed
                                  << true << QStringList{success} << 0;
+    QTest::newRow("device closes while waited for")
+        << ping << QStringList{"--close"} << "Device unreachable." << Failed << true
+        << QStringList{"[warning] Connection closed by the device while waiting for request reply"} << 0;
     QTest::newRow("extra word") << ping + " now" << QStringList()
                                 << "Syntax error: Command expects 0 parameters while 1 were given." << Failed << false
                                 << QStringList{success} << 0;
@@ -172,6 +179,51 @@ void TestRemote::lateReplyTakenByNextRequest()
     QCOMPARE(result.exitCode, Failed);
     QCOMPARE(runner.log().count("[warning] Timeout while waiting for request reply"), 1);
     QCOMPARE(sim->connectionCount(), 2);
+}
+
+void TestRemote::pipedFileAcrossDeviceRestart_data()
+{
+    QTest::addColumn<bool>("namedPipe"); // else the shell's standard input, as /dev/stdin
+    QTest::newRow("standard input") << false;
+    QTest::newRow("named pipe") << true;
+}
+
+// Each line is written only once the one before it was answered, and the
+// device restarts between the two: the kept connection is found closed and
+// replaced before the second request, which costs neither a command nor a
+// time-out.
+void TestRemote::pipedFileAcrossDeviceRestart()
+{
+    QFETCH(bool, namedPipe);
+    std::unique_ptr<DevSim> sim = startSim({});
+    QVERIFY(sim);
+    const QString address = sim->address();
+    ShellRunner runner;
+    const QString fifo = runner.home() + "/commands";
+    QVERIFY(!namedPipe || mkfifo(qPrintable(fifo), 0600) == 0);
+    QProcess shell;
+    shell.setProcessEnvironment(runner.environment());
+    shell.start(ShellRunner::shellBinary(), {"-r", address, "-f", namedPipe ? fifo : "/dev/stdin"});
+    QVERIFY(shell.waitForStarted());
+    QFile pipe(fifo); // opened for both, which never waits for the reader
+    QVERIFY(!namedPipe || pipe.open(QIODevice::ReadWrite | QIODevice::Unbuffered));
+    auto writeLine = [&](const QByteArray &line) { namedPipe ? pipe.write(line) : shell.write(line); };
+
+    writeLine("battery setlevel 40\n");
+    QByteArray out;
+    QTRY_VERIFY_WITH_TIMEOUT((out += shell.readAllStandardOutput()).contains("Battery level set to: 40%\n"), 10000);
+    sim.reset();
+    sim = std::make_unique<DevSim>(address);
+    QVERIFY(sim->start());
+    writeLine("battery getlevel\n");
+    namedPipe ? pipe.close() : shell.closeWriteChannel();
+    QVERIFY(shell.waitForFinished(10000));
+    out += shell.readAllStandardOutput();
+    QCOMPARE(commandLines(out), (QStringList{"Battery level set to: 40%", "Battery level: 50%"}));
+    QCOMPARE(shell.exitCode(), Succeeded);
+    const QString log = runner.log();
+    QCOMPARE(log.count("[critical] [initConnection] Persistant connection but not connected. Will reconnect to"), 1);
+    QVERIFY2(!log.contains("Timeout"), qPrintable(log));
 }
 
 QTEST_GUILESS_MAIN(TestRemote)
