@@ -1,5 +1,5 @@
 // Names that tie a VirtualBox machine to Korvex: extra-data keys written when
-// the device image is installed, the guest property and the factory snapshot.
+// the device image is installed, the guest properties and the factory snapshot.
 #pragma once
 
 namespace VBoxKeys {
@@ -8,7 +8,8 @@ namespace VBoxKeys {
 constexpr char VmVersion[] = "korvex/vm-version";
 constexpr char AndroidVersion[] = "korvex/android-version";
 constexpr char Platform[] = "korvex/platform";
-constexpr char IpProperty[] = "/VirtualBox/GuestInfo/Net/0/V4/IP";
+// The guest's interfaces: addresses, MACs and count.
+constexpr char GuestNetPattern[] = "/VirtualBox/GuestInfo/Net/*";
 constexpr char DeviceIdProperty[] = "korvex_device_id";
 constexpr char FactorySnapshot[] = "factory";
 

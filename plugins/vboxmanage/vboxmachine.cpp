@@ -10,13 +10,6 @@
 #include "vboxmanagerunner.h"
 #include "vboxoutput.h"
 
-namespace {
-
-// VBoxManage's answer to a snapshot listing of a machine without snapshots.
-const char NoSnapshotsAnswer[] = "does not have any snapshots";
-
-} // namespace
-
 void CallTracker::begin()
 {
     QMutexLocker locker(&m_lock);
@@ -44,6 +37,12 @@ bool CallTracker::waitIdle(int timeoutMs)
 VBoxMachine::VBoxMachine(const QString &uuid, const VBoxManageRunner &runner, CallTracker &tracker)
     : m_uuid(uuid), m_runner(runner), m_tracker(tracker)
 {
+}
+
+VBoxMachineInfo VBoxMachine::info() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_info;
 }
 
 void VBoxMachine::update(const VBoxMachineInfo &info)
@@ -83,31 +82,43 @@ QString VBoxMachine::platform() const { return extraData(VBoxKeys::Platform); }
 void VBoxMachine::storeDeviceId(const QString &deviceId)
 {
     m_tracker.begin();
-    const VBoxManageCall call = m_runner.run({QStringLiteral("guestproperty"), QStringLiteral("set"), m_uuid,
-                                              QString::fromLatin1(VBoxKeys::DeviceIdProperty), deviceId});
-    if (call.succeeded())
-        qDebug() << "[VBox]" << "Device ID stored in" << name();
+    {
+        QMutexLocker session(&m_session);
+        const VBoxManageCall call = m_runner.run({QStringLiteral("guestproperty"), QStringLiteral("set"), m_uuid,
+                                                  QString::fromLatin1(VBoxKeys::DeviceIdProperty), deviceId});
+        if (call.succeeded())
+            qDebug() << "[VBox]" << "Device ID stored in" << name();
+        else
+            qCritical().noquote() << "[VBox]" << call.describe();
+    }
     m_tracker.end();
 }
 
 int VBoxMachine::restoreFactoryBackup()
 {
-    const QString snapshot = QString::fromLatin1(VBoxKeys::FactorySnapshot);
-    const VBoxManageCall list = m_runner.run(
-        {QStringLiteral("snapshot"), m_uuid, QStringLiteral("list"), QStringLiteral("--machinereadable")});
-    const bool answered = list.succeeded() || (list.finished && list.text().contains(QLatin1String(NoSnapshotsAnswer)));
-    if (!answered)
+    QMutexLocker session(&m_session);
+    // The snapshot tree of the machine-readable info is not translated, unlike
+    // the answer of "snapshot list" for a machine without snapshots.
+    const VBoxManageCall info = m_runner.run(
+        {QStringLiteral("showvminfo"), m_uuid, QStringLiteral("--machinereadable")});
+    if (!info.succeeded()) {
+        qCritical().noquote() << "[VBox]" << info.describe();
         return VirtualBoxError;
-    if (!VBoxOutput::hasSnapshot(list.text(), snapshot)) {
+    }
+    const QString snapshot = QString::fromLatin1(VBoxKeys::FactorySnapshot);
+    if (!VBoxOutput::hasSnapshot(VBoxOutput::parseMachineReadable(info.text()), snapshot)) {
         qWarning() << "[VBox]" << "No snapshot named" << snapshot << "in" << name();
         return NoFactorySnapshot;
     }
 
+    // VBoxManage gives its reason (a machine still paused, say) on its error output.
     const VBoxManageCall restore =
         m_runner.run({QStringLiteral("snapshot"), m_uuid, QStringLiteral("restore"), snapshot},
                      VBoxManageRunner::RestoreTimeoutMs);
-    if (!restore.succeeded())
+    if (!restore.succeeded()) {
+        qCritical().noquote() << "[VBox]" << restore.describe();
         return VirtualBoxError;
+    }
     qDebug() << "[VBox]" << "Snapshot" << snapshot << "restored in" << name();
     return Restored;
 }

@@ -46,7 +46,11 @@ public:
     ~VBoxMachine() = default;
 
     QString uuid() const { return m_uuid; }
+    VBoxMachineInfo info() const;
     void update(const VBoxMachineInfo &info);
+    // Held around every VBoxManage call that opens a session on the machine:
+    // two at once on a powered-off machine make one of them fail.
+    QMutex &session() { return m_session; }
 
     QString name() const override;
     int state() const override;
@@ -63,6 +67,7 @@ private:
     const QString m_uuid;
     const VBoxManageRunner &m_runner;
     CallTracker &m_tracker;
+    QMutex m_session;
     mutable QMutex m_lock; // the shell reads from its thread while a refresh may update
     VBoxMachineInfo m_info;
 };

@@ -1,10 +1,12 @@
 // The plug-in's engine: lists the Korvex machines of the local VirtualBox
-// through VBoxManage and owns one VBoxMachine per machine it has seen.
+// through VBoxManage and owns one VBoxMachine per device it has seen.
 #pragma once
 
 #include <QHash>
 #include <QMutex>
 #include <QString>
+
+#include <optional>
 
 #include "vboxmachine.h"
 #include "vboxmanagerunner.h"
@@ -14,7 +16,7 @@ class VBoxManageEngine final : public VMToolsEngine
 {
 public:
     // Status codes besides the usable 0.
-    enum StatusCode { Ready = 0, VBoxManageUnavailable = 2 };
+    enum StatusCode { Ready = 0, VBoxManageUnavailable = 2, ServiceUnreachable = 4 };
 
     VBoxManageEngine() = default;
     ~VBoxManageEngine() override;
@@ -31,6 +33,9 @@ private:
     VBoxManageRunner m_runner;
     CallTracker m_backgroundCalls;
     QMutex m_lock; // one listing at a time
-    QHash<QString, VBoxMachine *> m_machines; // by UUID, owned
+    QHash<QString, VBoxMachine *> m_machines; // devices by UUID, owned
+    QList<VBoxMachine *> m_listed; // the devices of the last listing
+    // The machine list that proved the service reachable, used by the first listing.
+    std::optional<VBoxManageCall> m_firstList;
     QString m_version;
 };

@@ -5,19 +5,24 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
 struct VBoxManageCall
 {
+    QString program;
     QStringList arguments;
     bool finished = false; // ran and exited by itself within its time-out
     int exitCode = -1;
     QByteArray output;
+    QByteArray errorOutput;
     QString failure; // why the call did not succeed; empty on success
 
     bool succeeded() const { return finished && exitCode == 0; }
     QString text() const { return QString::fromUtf8(output); }
+    // The command line and, for a failed call, why: for the log.
+    QString describe() const;
 };
 
 class VBoxManageRunner
@@ -26,6 +31,9 @@ public:
     static constexpr int DefaultTimeoutMs = 20000;
     // Restoring a snapshot discards differencing disks, which may take a while.
     static constexpr int RestoreTimeoutMs = 120000;
+    // A call past its time-out is asked to stop (SIGTERM, which makes VBoxManage
+    // cancel what it started) and killed only if it is still there after this.
+    static constexpr int StopGraceMs = 5000;
     static constexpr int MaxConcurrentCalls = 12;
 
     VBoxManageRunner();
@@ -38,5 +46,6 @@ public:
 
 private:
     QString m_program;
+    QProcessEnvironment m_environment;
     int m_timeoutOverrideMs = 0; // KX_VBOXMANAGE_TIMEOUT_MS: one time-out for every call
 };

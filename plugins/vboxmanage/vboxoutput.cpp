@@ -2,6 +2,7 @@
 #include "vboxoutput.h"
 
 #include <QRegularExpression>
+#include <QSet>
 
 #include "vmtoolsengine.h"
 
@@ -14,34 +15,40 @@ struct StateName
     int state;
 };
 
+// Every short name that showvminfo prints from 5.2 to 7.1 ("unknown" and
+// anything else stay Unknown). A crashed machine is Aborted; a stuck one
+// prints "gurumeditation".
 const StateName StateNames[] = {
     {"running", VMToolsMachineState::On},
     {"poweroff", VMToolsMachineState::Off},
     {"saved", VMToolsMachineState::Off},
     {"teleported", VMToolsMachineState::Off},
     {"paused", VMToolsMachineState::Paused},
+    {"aborted", VMToolsMachineState::Aborted},
+    {"aborted-saved", VMToolsMachineState::Aborted},
+    {"gurumeditation", VMToolsMachineState::Aborted},
     {"starting", VMToolsMachineState::Process},
     {"stopping", VMToolsMachineState::Process},
     {"saving", VMToolsMachineState::Process},
     {"restoring", VMToolsMachineState::Process},
-    {"restoringsnapshot", VMToolsMachineState::Process},
-    {"deletingsnapshot", VMToolsMachineState::Process},
-    {"deletingsnapshotlive", VMToolsMachineState::Process},
-    {"deletingsnapshotpaused", VMToolsMachineState::Process},
-    {"livesnapshotting", VMToolsMachineState::Process},
-    {"onlinesnapshotting", VMToolsMachineState::Process},
-    {"settingup", VMToolsMachineState::Process},
     {"teleporting", VMToolsMachineState::Process},
     {"teleportingin", VMToolsMachineState::Process},
     {"teleportingpausedvm", VMToolsMachineState::Process},
-    {"aborted", VMToolsMachineState::Aborted},
-    {"gurumeditation", VMToolsMachineState::Aborted},
-    {"stuck", VMToolsMachineState::Aborted},
+    {"livesnapshotting", VMToolsMachineState::Process},
+    {"onlinesnapshotting", VMToolsMachineState::Process},
+    {"snapshotting", VMToolsMachineState::Process},
+    {"restoringsnapshot", VMToolsMachineState::Process},
+    {"deletingsnapshot", VMToolsMachineState::Process},
+    {"deletingsnapshotlive", VMToolsMachineState::Process},
+    {"deletingsnapshotlivepaused", VMToolsMachineState::Process},
+    {"settingup", VMToolsMachineState::Process},
+    {"faulttolerantsyncing", VMToolsMachineState::Process},
 };
 
-const char ExtraDataKey[] = "Key: ";
-const char ExtraDataSeparator[] = ", Value: ";
-const char GuestPropertyValue[] = "Value: ";
+// Adapter attachments (nicN) whose guest address the host can reach.
+const char *const ReachableAttachments[] = {"hostonly", "bridged", "hostonlynetwork"};
+
+const char GuestNetPrefix[] = "/VirtualBox/GuestInfo/Net/";
 
 QStringList lines(const QString &text)
 {
@@ -53,7 +60,8 @@ QStringList lines(const QString &text)
     return result;
 }
 
-// Recent versions escape quotes and backslashes inside machine-readable values.
+// Machine-readable values escape quotes and backslashes (5.2 does not, but
+// then a value with either is printed as is, which this leaves alone).
 QString unescape(const QString &value)
 {
     QString result;
@@ -69,11 +77,16 @@ QString unescape(const QString &value)
     return result;
 }
 
+QString guestNet(int interface, const char *leaf)
+{
+    return QStringLiteral("%1%2/%3").arg(QLatin1String(GuestNetPrefix)).arg(interface).arg(QLatin1String(leaf));
+}
+
 } // namespace
 
 QList<MachineEntry> parseMachineList(const QString &text)
 {
-    static const QRegularExpression entry(QStringLiteral("^\"(.*)\" \\{([^}]+)\\}\\s*$"));
+    static const QRegularExpression entry(QStringLiteral("^\"(.*)\" \\{([^}]+)\\}$"));
     QList<MachineEntry> result;
     for (const QString &line : lines(text)) {
         const QRegularExpressionMatch match = entry.match(line);
@@ -85,16 +98,14 @@ QList<MachineEntry> parseMachineList(const QString &text)
 
 QHash<QString, QString> parseExtraData(const QString &text)
 {
+    // The labels are translated; the key is what lies between the first label
+    // and the shortest ", <label>: " after it.
+    static const QRegularExpression pair(QStringLiteral("^[^:,]+: (.+?), [^:,]+: (.*)$"));
     QHash<QString, QString> result;
     for (const QString &line : lines(text)) {
-        if (!line.startsWith(QLatin1String(ExtraDataKey)))
-            continue;
-        const int separator = line.indexOf(QLatin1String(ExtraDataSeparator));
-        if (separator < 0)
-            continue;
-        const int keyStart = int(qstrlen(ExtraDataKey));
-        result.insert(line.mid(keyStart, separator - keyStart),
-                      line.mid(separator + int(qstrlen(ExtraDataSeparator))));
+        const QRegularExpressionMatch match = pair.match(line);
+        if (match.hasMatch() && !result.contains(match.captured(1)))
+            result.insert(match.captured(1), match.captured(2));
     }
     return result;
 }
@@ -115,25 +126,69 @@ QHash<QString, QString> parseMachineReadable(const QString &text)
     return result;
 }
 
-QString parseGuestProperty(const QString &text)
+QHash<QString, QString> parseGuestProperties(const QString &text)
 {
+    // 5.2 and 6.1: `Name: <name>, value: <value>, timestamp: <ns>, flags: <flags>`.
+    static const QRegularExpression old(QStringLiteral("^[^:,]+: (\\S+), [^:,]+: (.*), [^:,]+: -?\\d+, [^:,]+: .*$"));
+    // 7.0 and later: `<name padded> = '<value>'`, then padding, `@ <time>` and the flags.
+    static const QRegularExpression table(QStringLiteral("^(\\S+) *= '(.*)'(?: +@ [^']*)?$"));
+    QHash<QString, QString> result;
     for (const QString &line : lines(text)) {
-        if (line.startsWith(QLatin1String(GuestPropertyValue)))
-            return line.mid(int(qstrlen(GuestPropertyValue))).trimmed();
+        QRegularExpressionMatch match = table.match(line);
+        if (!match.hasMatch())
+            match = old.match(line);
+        if (match.hasMatch() && !result.contains(match.captured(1)))
+            result.insert(match.captured(1), match.captured(2));
+    }
+    return result;
+}
+
+QString lastLine(const QString &text)
+{
+    const QStringList all = lines(text);
+    for (auto it = all.crbegin(); it != all.crend(); ++it) {
+        if (!it->trimmed().isEmpty())
+            return it->trimmed();
     }
     return QString();
 }
 
-bool hasSnapshot(const QString &text, const QString &name)
+bool hasSnapshot(const QHash<QString, QString> &info, const QString &name)
 {
     // Nested snapshots are SnapshotName-1, SnapshotName-1-2...; CurrentSnapshotName is not a node.
     static const QRegularExpression node(QStringLiteral("^SnapshotName(-\\d+)*$"));
-    const QHash<QString, QString> values = parseMachineReadable(text);
-    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+    for (auto it = info.cbegin(); it != info.cend(); ++it) {
         if (it.value() == name && node.match(it.key()).hasMatch())
             return true;
     }
     return false;
+}
+
+QString reachableAddress(const QHash<QString, QString> &info, const QHash<QString, QString> &guestProperties)
+{
+    static const QRegularExpression adapter(QStringLiteral("^nic(\\d+)$"));
+    static const QRegularExpression ipv4(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}$"));
+    QSet<QString> reachableMacs;
+    for (auto it = info.cbegin(); it != info.cend(); ++it) {
+        const QRegularExpressionMatch match = adapter.match(it.key());
+        if (!match.hasMatch())
+            continue;
+        for (const char *attachment : ReachableAttachments) {
+            if (it.value() == QLatin1String(attachment))
+                reachableMacs << info.value(QStringLiteral("macaddress") + match.captured(1)).toUpper();
+        }
+    }
+    reachableMacs.remove(QString());
+
+    // The guest numbers its interfaces in its own order, from 0 without gaps.
+    for (int interface = 0;; ++interface) {
+        const QString ip = guestProperties.value(guestNet(interface, "V4/IP"));
+        const QString mac = guestProperties.value(guestNet(interface, "MAC")).toUpper();
+        if (ip.isEmpty() && mac.isEmpty())
+            return QString();
+        if (reachableMacs.contains(mac) && ipv4.match(ip).hasMatch())
+            return ip;
+    }
 }
 
 int machineState(const QString &vmState)

@@ -1,5 +1,7 @@
 // Readers of the VBoxManage outputs the plug-in relies on, and the mapping of
-// VirtualBox machine states to the shell's machine states.
+// VirtualBox machine states to the shell's machine states. Every reader goes by
+// the structure of a line, never by its words: VBoxManage translates its
+// messages, and a wrapper script may print warnings before them.
 #pragma once
 
 #include <QHash>
@@ -16,14 +18,20 @@ struct MachineEntry
 
 // "list vms": lines `"Name" {uuid}`.
 QList<MachineEntry> parseMachineList(const QString &text);
-// "getextradata <vm> enumerate": lines `Key: <key>, Value: <value>`.
+// "getextradata <vm> enumerate": lines `<label>: <key>, <label>: <value>`.
 QHash<QString, QString> parseExtraData(const QString &text);
 // "showvminfo --machinereadable": `key="value"` lines; the first occurrence of a key wins.
 QHash<QString, QString> parseMachineReadable(const QString &text);
-// "guestproperty get": the value, or an empty text for "No value set!".
-QString parseGuestProperty(const QString &text);
-// "snapshot list --machinereadable": whether any snapshot of the tree has this name.
-bool hasSnapshot(const QString &text, const QString &name);
+// "guestproperty enumerate": the old `<label>: <name>, <label>: <value>, ...` lines
+// or the table `<name> = '<value>' @ <time>`; property name to value.
+QHash<QString, QString> parseGuestProperties(const QString &text);
+// The last non-empty line, e.g. the version after any wrapper warning.
+QString lastLine(const QString &text);
+// Whether the snapshot tree of parsed machine-readable info has a snapshot of this name.
+bool hasSnapshot(const QHash<QString, QString> &info, const QString &name);
+// The guest's IPv4 address on an adapter the host can reach (host-only or bridged),
+// from the adapters of showvminfo and the guest's interfaces; empty when there is none.
+QString reachableAddress(const QHash<QString, QString> &info, const QHash<QString, QString> &guestProperties);
 // A VMState value of showvminfo as a VMToolsMachineState code.
 int machineState(const QString &vmState);
 
