@@ -42,13 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         FUZZ_CHECK(values.values().contains(name));
 
     const QHash<QString, QString> properties = VBoxOutput::parseGuestProperties(text);
-    for (auto it = properties.cbegin(); it != properties.cend(); ++it)
-        FUZZ_CHECK(!it.key().isEmpty() && !it.key().contains(' ') && !it.value().contains('\n'));
     // An address is only ever one the guest reported.
     const QString address = VBoxOutput::reachableAddress(values, properties);
     FUZZ_CHECK(address.isEmpty() || properties.values().contains(address));
-
-    const QString last = VBoxOutput::lastLine(text);
-    FUZZ_CHECK(last == last.trimmed() && !last.contains('\n'));
     return 0;
 }

@@ -71,7 +71,8 @@ void collect(Running &running, int timeoutMs, const QString &outputPath, const Q
         QString error = QString::fromUtf8(call.errorOutput).simplified();
         if (error.isEmpty())
             error = call.text().simplified();
-        call.failure = QStringLiteral("exited with code %1: %2").arg(call.exitCode).arg(error.left(MaxReportedErrorLength));
+        call.failure =
+            QStringLiteral("exited with code %1: %2").arg(call.exitCode).arg(error.left(MaxReportedErrorLength));
     }
 }
 

@@ -28,18 +28,14 @@ const QString VBoxError = "Restoring the original backup failed\nReason: error w
 QJsonObject machine(const QString &name, const QString &uuid, const QString &vmState, const QString &ip = {},
                     bool korvex = true, const QStringList &snapshots = {})
 {
-    QJsonObject result{{"name", name}, {"uuid", uuid}, {"state", vmState}, {"ip", ip},
-                       {"snapshots", QJsonArray::fromStringList(snapshots)}};
-    if (korvex)
-        result.insert("extradata", QJsonObject{{"korvex/vm-version", "2.8.1"}, {"korvex/platform", "phone"}});
-    return result;
+    return {{"name", name}, {"uuid", uuid}, {"state", vmState}, {"ip", ip},
+            {"snapshots", QJsonArray::fromStringList(snapshots)},
+            {"extradata", korvex ? QJsonObject{{"korvex/vm-version", "2.8.1"}} : QJsonObject()}};
 }
 
 // Points the runner's shell at the fake with this state; the fake also answers `locale -a`.
-void useFake(ShellRunner &runner, QJsonObject state)
+void useFake(ShellRunner &runner, const QJsonObject &state)
 {
-    if (!state.contains("locales"))
-        state.insert("locales", QJsonArray{"C", "C.utf8", "POSIX"});
     QFile file(runner.home() + "/vbox-state.json");
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(QJsonDocument(state).toJson());
@@ -67,242 +63,223 @@ QString commandOutput(const QByteArray &out)
     return text.remove(QRegularExpression("^\nKorvex virtual device selected: [^\n]*\n\n"));
 }
 
-QString row(int id, bool selected, const QString &status, const QString &address, const QString &name)
-{
-    return QStringLiteral("%1 |    %2   | %3 |  virtual | %4 | %5\n")
-        .arg(id, 3)
-        .arg(selected ? '*' : ' ')
-        .arg(status, 13)
-        .arg(address, 15)
-        .arg(name);
-}
-
 } // namespace
 
 class TestLocalDevices : public QObject
 {
     Q_OBJECT
+    DevSim m_agent{AgentAddress};
 
 private slots:
     void initTestCase() { QVERIFY(m_agent.start()); }
     void cleanupTestCase() { m_agent.stop(); }
-    void listing_data();
-    void listing();
-    void machineStates_data();
-    void machineStates();
-    void factoryReset_data();
-    void factoryReset();
-    void deviceIdStored_data();
-    void deviceIdStored();
-    void unusable_data();
-    void unusable();
-    void missingPlugin();
 
-private:
-    DevSim m_agent{AgentAddress};
-};
-
-void TestLocalDevices::listing_data()
-{
-    QTest::addColumn<QJsonObject>("state");
-    for (const QString &version : Releases) {
-        for (const QString &language : {"en", "ru"}) {
-            for (bool cUtf8 : {true, false}) {
-                if (language == "ru" && version < "7")
-                    continue; // no translation before 7.0
-                const QJsonArray locales = cUtf8 ? QJsonArray{"C", "C.utf8", "POSIX"} : QJsonArray{"C", "ru_RU.utf8"};
-                QTest::addRow("%s %s %s", qPrintable(version.left(3)), qPrintable(language), cUtf8 ? "C.UTF-8" : "no C.UTF-8")
-                    << QJsonObject{{"version", version}, {"language", language}, {"locales", locales},
-                                   {"warning", !cUtf8}, {"delay", 0.05}};
+    void listing_data()
+    {
+        QTest::addColumn<QJsonObject>("state");
+        for (const QString &version : Releases) {
+            // No translation before 7.0.
+            for (const QString &language : version < "7" ? QStringList{"en"} : QStringList{"en", "ru"}) {
+                for (bool cUtf8 : {true, false}) {
+                    QTest::addRow("%s %s %s", qPrintable(version.left(3)), qPrintable(language),
+                                  cUtf8 ? "C.UTF-8" : "no C.UTF-8")
+                        << QJsonObject{{"version", version}, {"language", language}, {"warning", !cUtf8},
+                                       {"locales", cUtf8 ? QJsonArray{"C", "C.utf8"} : QJsonArray{"C", "ru_RU.utf8"}},
+                                       {"delay", 0.05}};
+                }
             }
         }
     }
-}
 
-void TestLocalDevices::listing()
-{
-    QFETCH(QJsonObject, state);
-    // In list order: a non-ASCII name before others, a machine that is not a device,
-    // an inaccessible one, and a powered-off device whose session a second caller would break.
-    QJsonObject broken = machine("?", "i1", "poweroff");
-    broken.insert("inaccessible", true);
-    state.insert("machines", QJsonArray{machine("Телефон Б", "b1", "paused", "127.0.0.42"),
-                                        machine("Other", "o1", "running", "127.0.0.50", false), broken,
-                                        machine("Phone A", "a1", "running", AgentAddress),
-                                        machine("zeta", "z1", "poweroff")});
-    ShellRunner runner;
-    useFake(runner, state);
-    const ShellResult result = runner.run({"-c", "devices list"});
-    QVERIFY(result.finished);
-    QCOMPARE(QString::fromUtf8(result.out),
-             Start + Welcome + "\nKorvex virtual device selected: Phone A\n\n" + Header
-                 + row(0, true, "On", AgentAddress, "Phone A") + row(1, false, "Off", "", "zeta")
-                 + row(2, false, "Paused ", "127.0.0.42", "Телефон Б"));
-
-    const QString log = runner.log();
-    QVERIFY2(log.contains("VM engine version: \"" + state["version"].toString() + "\"\n"), qPrintable(log));
-    QCOMPARE(log.count("[debug] [VBox] Machine skipped:"), 2); // one per listing
-    QVERIFY2(!log.contains(QRegularExpression("\\[(warning|critical)\\] \\[VBox\\]")), qPrintable(log));
-    // Sessions only on devices, one at a time: no conflict, none for the others.
-    const QStringList touched = fakeLog(runner).filter(QRegularExpression("lock conflict| [io]1( |$)"));
-    QCOMPARE(touched.filter(QRegularExpression("^getextradata [io]1 enumerate$")), touched);
-    QCOMPARE(touched.size(), 4);
-}
-
-void TestLocalDevices::machineStates_data()
-{
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<QString>("states"); // VMState:status shown, in name order
-    const QString common = "running:On poweroff:Off saved:Off teleported:Off paused:Paused aborted:Aborted "
-                           "gurumeditation:Aborted starting:Process stopping:Process saving:Process restoring:Process "
-                           "teleporting:Process teleportingin:Process teleportingpausedvm:Process "
-                           "livesnapshotting:Process onlinesnapshotting:Process snapshotting:Process "
-                           "restoringsnapshot:Process deletingsnapshot:Process deletingsnapshotlive:Process "
-                           "deletingsnapshotlivepaused:Process settingup:Process unknown:unknown";
-    QTest::newRow("5.2") << Releases[0] << common + " faulttolerantsyncing:Process";
-    QTest::newRow("7.1") << Releases[3] << common + " aborted-saved:Aborted";
-}
-
-void TestLocalDevices::machineStates()
-{
-    QFETCH(QString, version);
-    QFETCH(QString, states);
-    QJsonArray machines;
-    QStringList expected;
-    for (const QString &entry : states.split(' ')) {
-        const QString name = QStringLiteral("m%1").arg(machines.size(), 2, 10, QLatin1Char('0'));
-        // The running device has no address yet.
-        machines << machine(name, "u" + name, entry.section(':', 0, 0));
-        expected << entry.section(':', 1);
-    }
-    ShellRunner runner;
-    useFake(runner, QJsonObject{{"version", version}, {"machines", machines}});
-    const ShellResult result = runner.run({"-c", "devices list"});
-    QVERIFY(result.finished);
-    QStringList actual;
-    for (const QString &line : commandOutput(result.out).split('\n').filter(QRegularExpression("^ +\\d+ \\|"))) {
-        actual << line.section('|', 2, 2).trimmed();
-        QCOMPARE(line.section('|', 4, 4).trimmed(), QString());
-    }
-    QCOMPARE(actual, expected);
-}
-
-void TestLocalDevices::factoryReset_data()
-{
-    QTest::addColumn<QString>("vmState");
-    QTest::addColumn<bool>("factory");
-    QTest::addColumn<double>("restoreSeconds");
-    QTest::addColumn<QString>("expected");
-    QTest::addColumn<QString>("logged"); // in the shell's log, or after a line end in the fake's
-
-    QTest::newRow("done") << "poweroff" << true << 0.0 << "Restoring the original backup completed\n"
-                          << "\nsnapshot p1 restore factory";
-    QTest::newRow("no factory snapshot")
-        << "saved" << false << 0.0 << "Restoring the original backup failed\nReason: initial backup not found\n"
-        << "No snapshot named \"factory\" in \"Phone\"";
-    QTest::newRow("refused, reason logged")
-        << "paused" << true << 0.0 << VBoxError
-        << "Cannot delete the current state of the running machine (machine state: Paused)";
-    QTest::newRow("time-out cancels the restore") << "poweroff" << true << 30.0 << VBoxError << "\nrestore cancelled";
-    QTest::newRow("running") << "running" << true << 0.0
-                             << "Virtual device to restore is ON: Phone\nStop the virtual device to continue\n" << "";
-}
-
-void TestLocalDevices::factoryReset()
-{
-    QFETCH(QString, vmState);
-    QFETCH(bool, factory);
-    QFETCH(double, restoreSeconds);
-    QFETCH(QString, expected);
-    QFETCH(QString, logged);
-
-    const QStringList snapshots = factory ? QStringList{"base", "factory"} : QStringList{"base"};
-    ShellRunner runner;
-    useFake(runner, QJsonObject{{"machines", QJsonArray{machine("Phone", "p1", vmState, AgentAddress, true, snapshots)}},
-                                {"restore", restoreSeconds}});
-    runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "3000");
-    const ShellResult result = runner.run({"-c", "devices factoryreset Phone force"});
-    QVERIFY(result.finished);
-    QCOMPARE(commandOutput(result.out), expected);
-    const QString log = logged.startsWith('\n') ? fakeLog(runner).join('\n') : runner.log();
-    QVERIFY2(log.contains(logged.mid(logged.startsWith('\n'))), qPrintable(log));
-}
-
-void TestLocalDevices::deviceIdStored_data()
-{
-    QTest::addColumn<QJsonObject>("state");
-    QTest::newRow("stored") << QJsonObject();
-    QTest::newRow("slow host") << QJsonObject{{"delay", 0.5}};
-    // The store holds a pool thread and the device's session until the next listing has started.
-    QTest::newRow("listing while the store runs")
-        << QJsonObject{{"wait", QJsonObject{{"guestproperty set", QJsonArray{"list vms", 2}}}}};
-}
-
-void TestLocalDevices::deviceIdStored()
-{
-    QFETCH(QJsonObject, state);
-    state.insert("machines", QJsonArray{machine("Phone", "p1", "running", AgentAddress)});
-    ShellRunner runner;
-    useFake(runner, state);
-    const ShellResult result =
-        runner.run({"-f", runner.writeCommandFile("commands.txt", "android setdeviceid 3514\ndevices list\n")});
-    QVERIFY(result.finished);
-    QCOMPARE(commandOutput(result.out), "Device ID set to: 3514\n" + Header + row(0, true, "On", AgentAddress, "Phone"));
-    QVERIFY2(fakeLog(runner).contains("guestproperty set p1 korvex_device_id 3514"), qPrintable(runner.log()));
-}
-
-void TestLocalDevices::unusable_data()
-{
-    QTest::addColumn<QJsonObject>("state"); // empty: no VBoxManage at all
-    QTest::addColumn<QString>("reason");
-    QTest::addColumn<int>("code");
-
-    QTest::newRow("missing") << QJsonObject() << "/no-vboxmanage --version could not be started" << 2;
-    QTest::newRow("hanging") << QJsonObject{{"wait", QJsonObject{{"--version", QJsonArray{"never", 1}}}}}
-                             << "/VBoxManage --version timed out after 2000 ms" << 2;
-    QTest::newRow("service down")
-        << QJsonObject{{"service", "down"}, {"version", Releases[3]}, {"language", "ru"}}
-        << "[critical] [VBox] the VirtualBox service cannot be reached: exited with code 1: VBoxManage: error: Failed "
-           "to create the VirtualBox object! VBoxManage: error: Code NS_ERROR_ABORT" << 4;
-}
-
-void TestLocalDevices::unusable()
-{
-    QFETCH(QJsonObject, state);
-    QFETCH(QString, reason);
-    QFETCH(int, code);
-
-    ShellRunner runner;
-    if (!state.isEmpty())
+    void listing()
+    {
+        QFETCH(QJsonObject, state);
+        // In list order: a non-ASCII name before others, a machine that is not a device,
+        // an inaccessible one, and a powered-off device whose session a second caller would break.
+        state.insert("machines", QJsonArray{machine("Телефон Б", "b1", "paused", "127.0.0.42"),
+                                            machine("Other", "o1", "running", "127.0.0.50", false),
+                                            machine("?", "i1", "inaccessible"),
+                                            machine("Phone A", "a1", "running", AgentAddress),
+                                            machine("zeta", "z1", "poweroff")});
+        ShellRunner runner;
         useFake(runner, state);
-    runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "2000");
-    const ShellResult result = runner.run({"-c", "devices list"});
-    QVERIFY(result.finished);
-    QCOMPARE(QString::fromUtf8(result.out), Start + Welcome + "No devices available\n");
-    const QString log = runner.log();
-    QVERIFY2(log.contains(reason), qPrintable(log));
-    QVERIFY2(log.contains(QStringLiteral("[critical] Failed to load engine, state %1\n").arg(code)), qPrintable(log));
-}
+        const ShellResult result = runner.run({"-c", "devices list"});
+        QVERIFY(result.finished);
+        QCOMPARE(QString::fromUtf8(result.out),
+                 Start + Welcome + "\nKorvex virtual device selected: Phone A\n\n" + Header
+                     + "  0 |    *   |            On |  virtual |      127.0.0.41 | Phone A\n"
+                     + "  1 |        |           Off |  virtual |                 | zeta\n"
+                     + "  2 |        |       Paused  |  virtual |      127.0.0.42 | Телефон Б\n");
 
-void TestLocalDevices::missingPlugin()
-{
-    // A copy of the shell in a directory without plugins/.
-    ShellRunner runner;
-    QTemporaryDir directory;
-    QVERIFY(QFile::copy(ShellRunner::shellBinary(), directory.path() + "/korvex-shell"));
-    QProcess process;
-    process.setProcessEnvironment(runner.environment());
-    process.start(directory.path() + "/korvex-shell", {"-c", "devices list"});
-    QVERIFY(process.waitForFinished(30000));
-    QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), Start + Welcome + "No devices available\n");
-    const QString log = runner.log();
-    QVERIFY2(log.contains(QRegularExpression("\\[critical\\] \\[VBox\\] Fail to load vboxmanage plugin from "
-                                             + QRegularExpression::escape(directory.path()) + "/plugins/\n.*\n"
-                                             "[^\n]*\\[critical\\] Failed to load engine, state 1\n"
-                                             "[^\n]*\\[critical\\] Unable to find Virtual Machine engine. Plugin "
-                                             "loading aborted.\n")),
-             qPrintable(log));
-}
+        const QString log = runner.log();
+        QVERIFY2(log.contains("VM engine version: \"" + state["version"].toString() + "\"\n"), qPrintable(log));
+        QCOMPARE(log.count("[debug] [VBox] Machine skipped:"), 2); // one per listing
+        QVERIFY2(!log.contains(QRegularExpression("\\[(warning|critical)\\] \\[VBox\\]")), qPrintable(log));
+        // Sessions only on devices, one at a time: no conflict, none for the others.
+        const QStringList touched = fakeLog(runner).filter(QRegularExpression("lock conflict| [io]1( |$)"));
+        QCOMPARE(touched.filter(QRegularExpression("^getextradata [io]1 enumerate$")), touched);
+        QCOMPARE(touched.size(), 4);
+    }
+
+    void machineStates_data()
+    {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QString>("states"); // VMState:status shown, in name order
+        QString common = "running:On poweroff:Off saved:Off teleported:Off paused:Paused aborted:Aborted "
+                         "gurumeditation:Aborted unknown:unknown";
+        for (const char *transition : {"starting", "stopping", "saving", "restoring", "teleporting", "teleportingin",
+                                       "teleportingpausedvm", "livesnapshotting", "onlinesnapshotting", "snapshotting",
+                                       "restoringsnapshot", "deletingsnapshot", "deletingsnapshotlive",
+                                       "deletingsnapshotlivepaused", "settingup"})
+            common += QStringLiteral(" %1:Process").arg(transition);
+        QTest::newRow("5.2") << Releases[0] << common + " faulttolerantsyncing:Process";
+        QTest::newRow("7.1") << Releases[3] << common + " aborted-saved:Aborted";
+    }
+
+    void machineStates()
+    {
+        QFETCH(QString, version);
+        QFETCH(QString, states);
+        QJsonArray machines;
+        QStringList expected;
+        for (const QString &entry : states.split(' ')) {
+            const QString name = QStringLiteral("m%1").arg(machines.size(), 2, 10, QLatin1Char('0'));
+            // The running device has no address yet.
+            machines << machine(name, "u" + name, entry.section(':', 0, 0));
+            expected << entry.section(':', 1);
+        }
+        ShellRunner runner;
+        useFake(runner, QJsonObject{{"version", version}, {"machines", machines}});
+        const ShellResult result = runner.run({"-c", "devices list"});
+        QVERIFY(result.finished);
+        QStringList actual;
+        for (const QString &line : commandOutput(result.out).split('\n').filter(QRegularExpression("^ +\\d+ \\|"))) {
+            actual << line.section('|', 2, 2).trimmed();
+            QCOMPARE(line.section('|', 4, 4).trimmed(), QString());
+        }
+        QCOMPARE(actual, expected);
+    }
+
+    void factoryReset_data()
+    {
+        QTest::addColumn<QString>("vmState");
+        QTest::addColumn<bool>("factory");
+        QTest::addColumn<double>("restoreSeconds");
+        QTest::addColumn<QString>("expected");
+        QTest::addColumn<QString>("logged"); // in the shell's log, or after a line end in the fake's
+
+        QTest::newRow("done") << "poweroff" << true << 0.0 << "Restoring the original backup completed\n"
+                              << "\nsnapshot p1 restore factory";
+        QTest::newRow("no factory snapshot")
+            << "saved" << false << 0.0 << "Restoring the original backup failed\nReason: initial backup not found\n"
+            << "No snapshot named \"factory\" in \"Phone\"";
+        QTest::newRow("refused, reason logged")
+            << "paused" << true << 0.0 << VBoxError
+            << "Cannot delete the current state of the running machine (machine state: Paused)";
+        QTest::newRow("time-out cancels the restore")
+            << "poweroff" << true << 30.0 << VBoxError << "\nrestore cancelled";
+        QTest::newRow("running")
+            << "running" << true << 0.0
+            << "Virtual device to restore is ON: Phone\nStop the virtual device to continue\n" << "";
+    }
+
+    void factoryReset()
+    {
+        QFETCH(QString, vmState);
+        QFETCH(bool, factory);
+        QFETCH(double, restoreSeconds);
+        QFETCH(QString, expected);
+        QFETCH(QString, logged);
+
+        const QStringList snapshots = factory ? QStringList{"base", "factory"} : QStringList{"base"};
+        ShellRunner runner;
+        const QJsonObject device = machine("Phone", "p1", vmState, AgentAddress, true, snapshots);
+        useFake(runner, QJsonObject{{"machines", QJsonArray{device}}, {"restore", restoreSeconds}});
+        runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "3000");
+        const ShellResult result = runner.run({"-c", "devices factoryreset Phone force"});
+        QVERIFY(result.finished);
+        QCOMPARE(commandOutput(result.out), expected);
+        const QString log = logged.startsWith('\n') ? fakeLog(runner).join('\n') : runner.log();
+        QVERIFY2(log.contains(logged.mid(logged.startsWith('\n'))), qPrintable(log));
+    }
+
+    void deviceIdStored_data()
+    {
+        QTest::addColumn<QJsonObject>("state");
+        QTest::newRow("stored") << QJsonObject();
+        QTest::newRow("slow host") << QJsonObject{{"delay", 0.5}};
+        // The store holds a pool thread and the device's session until the next listing has started.
+        QTest::newRow("listing while the store runs")
+            << QJsonObject{{"wait", QJsonObject{{"guestproperty set", QJsonArray{"list vms", 2}}}}};
+    }
+
+    void deviceIdStored()
+    {
+        QFETCH(QJsonObject, state);
+        state.insert("machines", QJsonArray{machine("Phone", "p1", "running", AgentAddress)});
+        ShellRunner runner;
+        useFake(runner, state);
+        const ShellResult result =
+            runner.run({"-f", runner.writeCommandFile("commands.txt", "android setdeviceid 3514\ndevices list\n")});
+        QVERIFY(result.finished);
+        QCOMPARE(commandOutput(result.out),
+                 "Device ID set to: 3514\n" + Header + "  0 |    *   |            On |  virtual |      127.0.0.41 | Phone\n");
+        QVERIFY2(fakeLog(runner).contains("guestproperty set p1 korvex_device_id 3514"), qPrintable(runner.log()));
+    }
+
+    void unusable_data()
+    {
+        QTest::addColumn<QJsonObject>("state"); // empty: no VBoxManage at all
+        QTest::addColumn<QString>("reason");
+        QTest::addColumn<int>("code");
+
+        QTest::newRow("missing") << QJsonObject() << "/no-vboxmanage --version could not be started" << 2;
+        QTest::newRow("hanging") << QJsonObject{{"wait", QJsonObject{{"--version", QJsonArray{"never", 1}}}}}
+                                 << "/VBoxManage --version timed out after 2000 ms" << 2;
+        QTest::newRow("service down")
+            << QJsonObject{{"service", "down"}, {"version", Releases[3]}, {"language", "ru"}}
+            << "[critical] [VBox] the VirtualBox service cannot be reached: exited with code 1: VBoxManage: error: "
+               "Failed to create the VirtualBox object! VBoxManage: error: Code NS_ERROR_ABORT" << 4;
+    }
+
+    void unusable()
+    {
+        QFETCH(QJsonObject, state);
+        QFETCH(QString, reason);
+        QFETCH(int, code);
+
+        ShellRunner runner;
+        if (!state.isEmpty())
+            useFake(runner, state);
+        runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "2000");
+        const ShellResult result = runner.run({"-c", "devices list"});
+        QVERIFY(result.finished);
+        QCOMPARE(QString::fromUtf8(result.out), Start + Welcome + "No devices available\n");
+        const QString log = runner.log();
+        QVERIFY2(log.contains(reason), qPrintable(log));
+        QVERIFY2(log.contains(QStringLiteral("[critical] Failed to load engine, state %1\n").arg(code)),
+                 qPrintable(log));
+    }
+
+    void missingPlugin()
+    {
+        // A copy of the shell in a directory without plugins/.
+        ShellRunner runner;
+        QTemporaryDir directory;
+        QVERIFY(QFile::copy(ShellRunner::shellBinary(), directory.path() + "/korvex-shell"));
+        QProcess process;
+        process.setProcessEnvironment(runner.environment());
+        process.start(directory.path() + "/korvex-shell", {"-c", "devices list"});
+        QVERIFY(process.waitForFinished(30000));
+        QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), Start + Welcome + "No devices available\n");
+        const QString log = runner.log();
+        for (const QString &line :
+             {"[critical] [VBox] Fail to load vboxmanage plugin from " + directory.path() + "/plugins/\n",
+              QStringLiteral("[critical] Failed to load engine, state 1\n"),
+              QStringLiteral("[critical] Unable to find Virtual Machine engine. Plugin loading aborted.\n")})
+            QVERIFY2(log.contains(line), qPrintable(log));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestLocalDevices)
 #include "tst_localdevices.moc"
