@@ -1,5 +1,5 @@
 // korvex-route: the command file written for small tracks of every format, the
-// errors of bad tracks, and a route played by the real shell on a simulated
+// errors of bad tracks, and a route piped into the real shell on a simulated
 // device under a locale whose decimal mark is a comma.
 #include <QRegularExpression>
 #include <QtTest>
@@ -109,7 +109,7 @@ void TestRoute::playedByTheShell()
     QCOMPARE(played.exitCode, 0);
     ShellRunner shell;
     shell.environment().insert("LC_ALL", "de_DE.UTF-8");
-    const ShellResult result = shell.run({"-r", Address, "-f", shell.writeCommandFile("route", played.out)});
+    const ShellResult result = shell.run({"-r", Address, "-f", "/dev/stdin"}, played.out);
     QVERIFY(result.finished);
     QCOMPARE(result.exitCode, 0);
 
