@@ -61,17 +61,10 @@ QString Prompt::connectionModeText() const
     }
 }
 
-void Prompt::fillCommandTables()
+const QVector<Prompt::CommandEntry> &Prompt::commandTable()
 {
-    struct Entry
-    {
-        const char *name;
-        CommandHandler handler; // nullptr: a verb that only groups sub-commands
-        const char *help;       // nullptr: hidden, runs but is never listed nor completed
-    };
-
-    // Verbs and one-word commands.
-    static const Entry words[] = {
+    static const QVector<CommandEntry> table = {
+        // Verbs and one-word commands.
         {"android", nullptr,
          "information related to the Android system included in Korvex distribution"},
         {"battery", nullptr,
@@ -98,9 +91,8 @@ void Prompt::fillCommandTables()
          "quit this application"},
         {"exit", &Prompt::quit,
          "quit this application"},
-    };
 
-    static const Entry subCommands[] = {
+        // Two-word commands.
         {"android-version", &Prompt::androidVersion,
          "get the Android version on which Korvex distribution is based"},
         {"android-getdeviceid", &Prompt::androidGetDeviceId,
@@ -180,12 +172,12 @@ void Prompt::fillCommandTables()
         // Deliberate alias of baseband, kept out of help and completion.
         {"phone-boysband", &Prompt::phoneBaseband, nullptr},
     };
+    return table;
+}
 
-    for (const Entry &entry : words) {
-        m_commands.insert(entry.name, entry.handler);
-        m_helps.insert(entry.name, entry.help);
-    }
-    for (const Entry &entry : subCommands) {
+void Prompt::fillCommandTables()
+{
+    for (const CommandEntry &entry : commandTable()) {
         m_commands.insert(entry.name, entry.handler);
         if (entry.help)
             m_helps.insert(entry.name, entry.help);

@@ -14,6 +14,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
+#include <QVector>
 
 #include "keyreader.h"
 
@@ -31,6 +32,17 @@ public:
 
     // A handler takes the words after the command name: 0 success, -1 error already printed.
     typedef int (Prompt::*CommandHandler)(const QStringList &params);
+
+    // One row of the vocabulary, keyed by the words joined with "-".
+    struct CommandEntry
+    {
+        const char *name;
+        CommandHandler handler; // nullptr: a verb that only groups sub-commands
+        const char *help;       // nullptr: hidden, runs but is never listed nor completed
+    };
+    // Every command, verbs and one-word commands first: the source of the tables that
+    // dispatch and help use, and of the generated manual page and shell completion.
+    static const QVector<CommandEntry> &commandTable();
 
     Prompt(QCoreApplication *app, int connectionMode, const QHostAddress &deviceAddress,
            const QString &command, const QString &commandFileName, QObject *parent = nullptr);
