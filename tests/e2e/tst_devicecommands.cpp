@@ -9,7 +9,10 @@
 
 namespace {
 
-const QString Address = "127.0.0.70";
+// Simulators take a free address from 127.0.0.70 on.
+constexpr int SimPool = 70;
+constexpr int SimPoolSize = 8;
+const QString DeadAddress = "127.0.0.78";
 constexpr int Succeeded = 0;
 constexpr int Failed = 255; // a handler's -1
 const char *const Dead = "dead";   // nothing listens on the address
@@ -180,10 +183,10 @@ void TestDeviceCommands::command()
     QFETCH(int, exitCode);
     QFETCH(QString, requests);
 
-    DevSim device(Address, sim == Dead || sim == Local ? QStringList() : sim.split('|', Qt::SkipEmptyParts));
     const bool withDevice = sim != Dead && sim != Local;
-    QVERIFY(!withDevice || device.start());
-    const QStringList target = sim == Local ? QStringList() : QStringList{"-r", Address};
+    const auto device = withDevice ? DevSim::startFree(SimPool, SimPoolSize, sim.split('|', Qt::SkipEmptyParts)) : nullptr;
+    QVERIFY(!withDevice || device);
+    const QStringList target = sim == Local ? QStringList() : QStringList{"-r", device ? device->address() : DeadAddress};
     const ShellResult result = m_runner.run(target + QStringList{"-c", command});
     QVERIFY2(result.finished, result.err.constData());
     QCOMPARE(commandLines(result.out), split(lines));
@@ -192,7 +195,7 @@ void TestDeviceCommands::command()
     for (const QString &shorthand : split(requests))
         expected << request(shorthand);
     // The first request is the version read at start-up.
-    QCOMPARE(withDevice ? device.requests().mid(1) : QStringList(), expected);
+    QCOMPARE(withDevice ? device->requests().mid(1) : QStringList(), expected);
 }
 
 // The generator is never seeded: every start gives the same identifiers.
@@ -200,10 +203,11 @@ void TestDeviceCommands::randomIdsRepeatAcrossRuns()
 {
     const QString file = m_runner.writeCommandFile("random.txt", "android setdeviceid random\n"
                                                                  "android setandroidid RANDOM\n");
-    DevSim device(Address);
-    QVERIFY(device.start());
-    const QStringList first = commandLines(m_runner.run({"-r", Address, "-f", file}).out);
-    QCOMPARE(commandLines(m_runner.run({"-r", Address, "-f", file}).out), first);
+    const auto device = DevSim::startFree(SimPool, SimPoolSize);
+    QVERIFY(device);
+    const QStringList arguments{"-r", device->address(), "-f", file};
+    const QStringList first = commandLines(m_runner.run(arguments).out);
+    QCOMPARE(commandLines(m_runner.run(arguments).out), first);
     const auto imei = QRegularExpression("^Device ID set to: (\\d{14})(\\d)$").match(first.value(0));
     QVERIFY2(imei.hasMatch(), qPrintable(first.join('\n')));
     QCOMPARE(Prompt::imeiLuhnDigit(imei.captured(1)), imei.captured(2).toInt());

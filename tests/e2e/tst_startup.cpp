@@ -7,8 +7,9 @@
 
 namespace {
 
-const QString SimAddress = "127.0.0.171";
-const QString DeadAddress = "127.0.0.170"; // nothing listens here
+// Simulators take a free address from 127.0.0.174 on; nothing listens on 127.0.0.170.
+constexpr int SimPool = 174;
+const QString DeadAddress = "127.0.0.170";
 const QByteArray Local = "Connection mode: local host\nWelcome to Korvex Shell\n";
 const QByteArray Remote = "Connection mode: remote host\nWelcome to Korvex Shell\n";
 const QByteArray Version = "2.8.1 20161117-c0196b8\n";
@@ -45,9 +46,9 @@ private slots:
 
 void TestStartup::run_data()
 {
-    QTest::addColumn<QStringList>("arguments"); // <home> is the shell's home, <file> the command file
+    QTest::addColumn<QStringList>("arguments"); // <home>: the shell's home, <file>: the command file, <sim>
     QTest::addColumn<QByteArray>("file");       // content of <file>, which exists even when empty
-    QTest::addColumn<QString>("agent");         // version of a simulated agent at SimAddress, or none
+    QTest::addColumn<QString>("agent");         // version of a simulated agent at <sim>, or none
     QTest::addColumn<QByteArray>("out");        // <home> as in arguments
     QTest::addColumn<int>("exitCode");
 
@@ -99,13 +100,13 @@ void TestStartup::run_data()
                               << Remote + advice("1.0.0", true) + Version << 0;
     QTest::newRow("IPv6 loopback") << QStringList{"-R", "::1", "-c", "version"} << none << noAgent
                                    << Remote + advice("1.0.0", true) + Version << 0;
-    QTest::newRow("same version") << QStringList{"-r", SimAddress, "-c", "version"} << none << "2.8.1"
+    QTest::newRow("same version") << QStringList{"-r", "<sim>", "-c", "version"} << none << "2.8.1"
                                   << Remote + Version << 0;
-    QTest::newRow("older agent") << QStringList{"-r", SimAddress, "-c", "version"} << none << "2.8.0-rc1"
+    QTest::newRow("older agent") << QStringList{"-r", "<sim>", "-c", "version"} << none << "2.8.0-rc1"
                                  << Remote + advice("2.8.0-rc1", true) + Version << 0;
-    QTest::newRow("newer agent") << QStringList{"-r", SimAddress, "-c", "version"} << none << "2.10"
+    QTest::newRow("newer agent") << QStringList{"-r", "<sim>", "-c", "version"} << none << "2.10"
                                  << Remote + advice("2.10", false) + Version << 0;
-    QTest::newRow("unparsable version") << QStringList{"-r", SimAddress, "-c", "version"} << none << "beta"
+    QTest::newRow("unparsable version") << QStringList{"-r", "<sim>", "-c", "version"} << none << "beta"
                                         << Remote + Version << 0;
 }
 
@@ -118,10 +119,11 @@ void TestStartup::run()
     QFETCH(int, exitCode);
 
     ShellRunner runner;
-    DevSim sim(SimAddress, {"--agent-version", agent});
-    QVERIFY(agent.isEmpty() || sim.start());
+    const auto sim = agent.isEmpty() ? nullptr : DevSim::startFree(SimPool, 6, {"--agent-version", agent});
+    QVERIFY(agent.isEmpty() || sim);
     const QString path = runner.writeCommandFile("commands.txt", file);
     arguments.replaceInStrings("<file>", path).replaceInStrings("<home>", runner.home());
+    arguments.replaceInStrings("<sim>", sim ? sim->address() : QString());
     const ShellResult result = runner.run(arguments);
     QVERIFY(result.finished);
     QCOMPARE(result.out, out.replace("<home>", runner.home().toUtf8()));

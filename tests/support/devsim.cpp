@@ -39,6 +39,16 @@ bool DevSim::start()
     return false;
 }
 
+std::unique_ptr<DevSim> DevSim::startFree(int first, int count, const QStringList &options)
+{
+    for (int host = first; host < first + count; ++host) {
+        auto sim = std::make_unique<DevSim>(QStringLiteral("127.0.0.%1").arg(host), options);
+        if (sim->start())
+            return sim;
+    }
+    return nullptr;
+}
+
 void DevSim::stop()
 {
     if (m_process.state() == QProcess::NotRunning)

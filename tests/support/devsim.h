@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <memory>
+
 // A simulator process that ends with the test: a test killed by a sanitizer
 // report or a time-out must not leave it holding its address for later runs.
 class SimulatorProcess : public QProcess
@@ -31,6 +33,10 @@ public:
     // Only the text of the "request" lines, in order.
     QStringList requests() const;
     int connectionCount() const;
+
+    // Starts one on the first free address of 127.0.0.first to first + count - 1, so that
+    // copies of a test run from other build trees at once do not collide; null when none is.
+    static std::unique_ptr<DevSim> startFree(int first, int count, const QStringList &options = {});
 
     static QString binary() { return QStringLiteral(KORVEX_DEVSIM_BIN); }
 
