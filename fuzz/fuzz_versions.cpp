@@ -3,9 +3,6 @@
 // leave every malformed one equal to everything.
 #include "fuzzcheck.h"
 
-#include <QList>
-#include <QString>
-
 #include "prompt.h"
 
 namespace {
@@ -17,8 +14,7 @@ int compare(const QString &a, const QString &b)
     return result;
 }
 
-// A well-formed version differs from "0" or from "0.0", which differ from
-// each other; a malformed one compares equal to both.
+// A well-formed version differs from "0" or from "0.0"; a malformed one equals both.
 bool wellFormed(const QString &version)
 {
     return compare(version, "0") != 0 || compare(version, "0.0") != 0;
@@ -34,23 +30,14 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    QList<QByteArray> parts = Fuzz::bytes(data, size).split('\n');
-    while (parts.size() < 3)
-        parts << QByteArray();
-    const QString a = QString::fromUtf8(parts.at(0));
-    const QString b = QString::fromUtf8(parts.at(1));
-    const QString c = QString::fromUtf8(parts.at(2));
-
+    const QStringList parts = (QString::fromUtf8(Fuzz::bytes(data, size)) + "\n\n").split('\n');
+    const QString &a = parts[0], &b = parts[1], &c = parts[2];
     FUZZ_CHECK(compare(a, a) == 0);
     FUZZ_CHECK(compare(a, b) == -compare(b, a));
-    // Surrounding blanks never matter.
     FUZZ_CHECK(compare(" " + a + "\t", b) == compare(a, b));
-
-    if (!wellFormed(a)) {
+    if (!wellFormed(a))
         FUZZ_CHECK(compare(a, b) == 0 && compare(a, c) == 0);
-        return 0;
-    }
-    if (wellFormed(b) && wellFormed(c) && compare(a, b) == compare(b, c))
+    else if (wellFormed(b) && wellFormed(c) && compare(a, b) == compare(b, c))
         FUZZ_CHECK(compare(a, c) == compare(a, b));
     return 0;
 }
