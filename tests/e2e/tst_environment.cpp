@@ -10,20 +10,6 @@ namespace {
 const QByteArray Version = "2.8.1 20161117-c0196b8\n";
 const QString StartLine = "****  STARTING KORVEX SHELL  ****";
 
-void writeFile(const QString &path, const QByteArray &content = "x")
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(path));
-    file.write(content);
-}
-
-QString readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(file.readAll()) : QString();
-}
-
 } // namespace
 
 class TestEnvironment : public QObject
@@ -39,58 +25,50 @@ private slots:
 
 void TestEnvironment::homeAndLog_data()
 {
-    QTest::addColumn<QStringList>("environment"); // NAME=VALUE, or NAME to unset; <tmp> is a fresh directory
-    QTest::addColumn<QString>("prepare");         // log-dir, log-full or file (<tmp>/file), or nothing
-    QTest::addColumn<QString>("home");            // where the log and the Korvex directory go; empty: aborts
-    QTest::addColumn<QStringList>("errors");      // texts standard error holds; <log> is the log's path
-    QTest::addColumn<QString>("logLine");         // pattern of the start line in the log; empty: no log file
+    QTest::addColumn<QString>("environment"); // NAME=VALUE or NAME to unset, '|' between; <tmp>: a fresh directory
+    QTest::addColumn<QString>("prepare");     // log-dir, log-full or file (<tmp>/file), or nothing
+    QTest::addColumn<QString>("home");        // where the log and the Korvex directory go; empty: aborts
+    QTest::addColumn<QString>("errors");      // texts standard error holds, '|' between; <log>: the log's path
+    QTest::addColumn<QString>("logLine");     // pattern of the start line in the log; empty: not checked
     QTest::addColumn<bool>("startOnStderr");
 
-    const QString announce = "Logging activities to file: <log>\n";
-    const QString stamped = "^\\w{3} {1,2}\\d{1,2} \\d\\d:\\d\\d:\\d\\d \\[Korvex Shell\\] \\[warning\\] \\*{4}  "
-                            "STARTING KORVEX SHELL  \\*{4}$";
-    const QString bare = "^\\*{4}  STARTING KORVEX SHELL  \\*{4}$";
+    const QString escaped = QRegularExpression::escape(StartLine) + "$";
+    const QString told = "Logging activities to file: <log>\n";
+    const QString failed = "Error while opening log file: <log>: ";
+    const QString stamped = "^\\w{3} {1,2}\\d{1,2} \\d\\d:\\d\\d:\\d\\d \\[Korvex Shell\\] \\[warning\\] " + escaped;
+    const QString bare = "^" + escaped;
     const QString pattern = "QT_MESSAGE_PATTERN=%{message}";
-    const QStringList none;
 
-    QTest::newRow("default pattern") << none << "" << "<tmp>" << QStringList{announce} << stamped << false;
-    QTest::newRow("empty pattern means default") << QStringList{"QT_MESSAGE_PATTERN="} << "" << "<tmp>"
-                                                 << QStringList{announce} << stamped << false;
-    QTest::newRow("pattern from the environment") << QStringList{pattern} << "" << "<tmp>" << QStringList{announce}
-                                                  << bare << false;
-    QTest::newRow("empty KX_LOG_TO_STDERR copies to stderr") << QStringList{pattern, "KX_LOG_TO_STDERR="} << ""
-                                                             << "<tmp>" << QStringList{announce} << bare << true;
-    QTest::newRow("log not openable") << QStringList{pattern} << "log-dir" << "<tmp>"
-                                      << QStringList{"Error while opening log file: <log>: "} << "" << true;
+    QTest::newRow("default pattern") << "" << "" << "<tmp>" << told << stamped << false;
+    QTest::newRow("empty pattern means default") << "QT_MESSAGE_PATTERN=" << "" << "<tmp>" << told << stamped << false;
+    QTest::newRow("pattern from the environment") << pattern << "" << "<tmp>" << told << bare << false;
+    QTest::newRow("empty KX_LOG_TO_STDERR copies") << pattern + "|KX_LOG_TO_STDERR=" << "" << "<tmp>" << told << bare
+                                                   << true;
+    QTest::newRow("log not openable") << pattern << "log-dir" << "<tmp>" << failed << "" << true;
     // Writes to /dev/full fail with "no space left on device".
-    QTest::newRow("disk full") << QStringList{pattern} << "log-full" << "<tmp>" << QStringList{announce} << ""
-                               << false;
-    QTest::newRow("missing parents created") << QStringList{"KX_HOME=<tmp>/x/y"} << "" << "<tmp>/x/y"
-                                             << QStringList{announce} << stamped << false;
-    QTest::newRow("empty KX_HOME means default") << QStringList{"KX_HOME=", "HOME=<tmp>"} << "" << "<tmp>/.Talvane"
-                                                 << QStringList{announce} << stamped << false;
-    QTest::newRow("uncreatable KX_HOME is fatal")
-        << QStringList{"KX_HOME=<tmp>/file/sub"} << "file" << ""
-        << QStringList{"KX_HOME is set to '<tmp>/file/sub', but this directory cannot be created."} << "" << false;
-    QTest::newRow("uncreatable default is used anyway")
-        << QStringList{"KX_HOME", "HOME=<tmp>/file", pattern} << "file" << "<tmp>/file/.Talvane"
-        << QStringList{"Error while opening log file: <log>: ",
-                       "Failed to create \"<tmp>/file/.Talvane/Korvex\" things may go wrong"}
+    QTest::newRow("disk full") << pattern << "log-full" << "<tmp>" << told << "" << false;
+    QTest::newRow("missing parents created") << "KX_HOME=<tmp>/x/y" << "" << "<tmp>/x/y" << told << stamped << false;
+    QTest::newRow("empty KX_HOME means default") << "KX_HOME=|HOME=<tmp>" << "" << "<tmp>/.Talvane" << told << stamped
+                                                 << false;
+    QTest::newRow("uncreatable KX_HOME is fatal") << "KX_HOME=<tmp>/file/sub" << "file" << ""
+        << "KX_HOME is set to '<tmp>/file/sub', but this directory cannot be created." << "" << false;
+    QTest::newRow("uncreatable default is used anyway") << "KX_HOME|HOME=<tmp>/file|" + pattern << "file"
+        << "<tmp>/file/.Talvane" << failed + "|Failed to create \"<tmp>/file/.Talvane/Korvex\" things may go wrong"
         << "" << true;
 }
 
 void TestEnvironment::homeAndLog()
 {
-    QFETCH(QStringList, environment);
+    QFETCH(QString, environment);
     QFETCH(QString, prepare);
     QFETCH(QString, home);
-    QFETCH(QStringList, errors);
+    QFETCH(QString, errors);
     QFETCH(QString, logLine);
     QFETCH(bool, startOnStderr);
 
     ShellRunner runner;
     const QString tmp = runner.home();
-    for (const QString &entry : environment.replaceInStrings("<tmp>", tmp)) {
+    for (const QString &entry : environment.replace("<tmp>", tmp).split('|', Qt::SkipEmptyParts)) {
         if (entry.contains('='))
             runner.environment().insert(entry.section('=', 0, 0), entry.section('=', 1));
         else
@@ -103,12 +81,12 @@ void TestEnvironment::homeAndLog()
     else if (prepare == "log-full")
         QVERIFY(QFile::link("/dev/full", log));
     else if (prepare == "file")
-        writeFile(tmp + "/file");
+        runner.writeCommandFile("file", "x");
 
     const ShellResult result = runner.run({"-c", "version"});
 
     const QString err = QString::fromLocal8Bit(result.err);
-    for (const QString &text : errors.replaceInStrings("<log>", log).replaceInStrings("<tmp>", tmp))
+    for (const QString &text : errors.replace("<log>", log).replace("<tmp>", tmp).split('|'))
         QVERIFY2(err.contains(text), qPrintable(err));
     QCOMPARE(err.contains(StartLine), startOnStderr);
     if (home.isEmpty()) {
@@ -120,7 +98,9 @@ void TestEnvironment::homeAndLog()
     QVERIFY(result.out.endsWith("Welcome to Korvex Shell\n" + Version));
     QVERIFY(QFileInfo(home + "/Korvex").isDir() || prepare == "file");
     if (!logLine.isEmpty()) {
-        const QStringList lines = readFile(log).split('\n');
+        QFile file(log);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QStringList lines = QString::fromLocal8Bit(file.readAll()).split('\n');
         QVERIFY2(!lines.filter(QRegularExpression(logLine)).isEmpty(), qPrintable(lines.join('\n')));
         // No installation settings file lies beside the shell: nothing to warn about.
         QVERIFY(lines.filter("Cannot init install path settings").isEmpty());
@@ -135,7 +115,7 @@ void TestEnvironment::brokenInstallationSettings()
     QVERIFY(QDir().mkpath(directory));
     QVERIFY(QFile::copy(ShellRunner::shellBinary(), directory + "/korvex-shell"));
     QVERIFY(QFile::setPermissions(directory + "/korvex-shell", QFile::ReadOwner | QFile::ExeOwner));
-    writeFile(directory + "/korvex.ini", "[General\nhost.only.interface=vboxnet0\n");
+    runner.writeCommandFile("install/korvex.ini", "[General\nhost.only.interface=vboxnet0\n");
     QProcess process;
     process.setProcessEnvironment(runner.environment());
     process.start(directory + "/korvex-shell", {"-c", "version"});
@@ -153,7 +133,7 @@ void TestEnvironment::clearCache()
                                  "Korvex/cache/network/response.dat", "Korvex/templates/phone/template.xml"};
     const QStringList kept = {"image.img", "sub/notes.txt.keep", "Korvex/cache/other.dat", "folder.txt/a.img"};
     for (const QString &path : removed + kept)
-        writeFile(base + "/" + path);
+        runner.writeCommandFile(path, "x");
 
     const ShellResult refused = runner.run({"-c", "korvex clearcache now"});
     QCOMPARE(refused.exitCode, 255);

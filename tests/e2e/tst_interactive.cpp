@@ -13,7 +13,6 @@
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
-#include <utmp.h>
 
 #include "shellrunner.h"
 
@@ -21,13 +20,24 @@ namespace {
 
 const QByteArray Prompt = "Korvex Shell > ";
 const QByteArray Welcome = "Welcome to Korvex Shell\n";
-const QByteArray Version = "2.8.1 20161117-c0196b8\n";
-const QByteArray Erase = "\b \b";
-const QByteArray Up = "\x1b[A";
-const QByteArray Down = "\x1b[B";
 
-// One shell on a pseudo-terminal; the test keeps the terminal side open to
-// read its attributes after the shell is gone.
+// Keys and echoes written as <name> in the tables.
+QByteArray expand(const char *text)
+{
+    static const QList<QPair<QByteArray, QByteArray>> table = {
+        {"<up>", "\x1b[A"}, {"<down>", "\x1b[B"}, {"<right>", "\x1b[C"}, {"<left>", "\x1b[D"}, {"<bs>", "\x7f"},
+        {"<tab>", "\t"}, {"<erase>", "\b \b"}, {"<erase6>", QByteArray("\b \b").repeated(6)},
+        {"<erase7>", QByteArray("\b \b").repeated(7)}, {"<unknown>", "Command not found: "},
+        {"<failed>", ">>> Failed\n"}, {"<version>", "2.8.1 20161117-c0196b8\n"}};
+    QByteArray result(text);
+    for (const auto &key : table)
+        result.replace(key.first, key.second);
+    return result;
+}
+
+// One shell, with the test's environment, on a pseudo-terminal. On Linux the
+// terminal's attributes read through the master side are the terminal's own,
+// and stay readable after the shell is gone.
 struct PtyShell
 {
     ~PtyShell()
@@ -35,30 +45,20 @@ struct PtyShell
         if (m_pid > 0 && !exited())
             kill(m_pid, SIGKILL), waitpid(m_pid, &m_status, 0);
         close(m_master);
-        close(m_terminal);
     }
 
-    bool start(const QProcessEnvironment &environment)
+    bool start()
     {
-        if (openpty(&m_master, &m_terminal, nullptr, nullptr, nullptr) != 0)
-            return false;
-        fcntl(m_master, F_SETFL, O_NONBLOCK);
-        m_initialFlags = flags();
-        QByteArrayList entries{QFile::encodeName(ShellRunner::shellBinary())};
-        for (const QString &entry : environment.toStringList())
-            entries << entry.toLocal8Bit();
-        std::vector<char *> pointers;
-        for (QByteArray &entry : entries)
-            pointers.push_back(entry.data());
-        pointers.insert(pointers.begin() + 1, nullptr);
-        pointers.push_back(nullptr);
-        m_pid = fork();
+        const QByteArray binary = QFile::encodeName(ShellRunner::shellBinary());
+        m_pid = forkpty(&m_master, nullptr, nullptr, nullptr);
         if (m_pid == 0) {
-            if (login_tty(m_terminal) == 0)
-                execve(pointers[0], pointers.data(), pointers.data() + 2);
+            execl(binary.constData(), binary.constData(), nullptr);
             _exit(127);
         }
-        return waitFor([this] { return m_output.endsWith(Prompt) && readingKey(); });
+        // Read before the shell can have started to switch the terminal.
+        m_initialFlags = flags();
+        fcntl(m_master, F_SETFL, O_NONBLOCK);
+        return m_pid > 0 && waitFor([this] { return m_output.endsWith(Prompt) && readingKey(); });
     }
 
     // Sends keys once the shell waits for a key with nothing left to echo: a
@@ -88,12 +88,11 @@ struct PtyShell
     tcflag_t flags() const
     {
         termios attributes = {};
-        tcgetattr(m_terminal, &attributes);
+        tcgetattr(m_master, &attributes);
         return attributes.c_lflag;
     }
 
     int m_master = -1;
-    int m_terminal = -1;
     tcflag_t m_initialFlags = 0;
     pid_t m_pid = -1;
     int m_status = 0;
@@ -108,6 +107,11 @@ class TestInteractive : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase()
+    {
+        for (const QString &entry : m_runner.environment().toStringList())
+            qputenv(qPrintable(entry.section('=', 0, 0)), entry.section('=', 1).toLocal8Bit());
+    }
     void keys_data();
     void keys();
     void terminal_data();
@@ -123,44 +127,36 @@ void TestInteractive::keys_data()
     // What follows the first prompt, every prompt written as "$ ", up to the
     // last one, where Ctrl-D ends the run.
     QTest::addColumn<QByteArray>("shown");
+    const auto row = [](const char *name, const char *typed, const char *shown) {
+        QTest::newRow(name) << expand(typed) << expand(shown);
+    };
 
-    const QByteArray notFound = "Command not found: %1\n>>> Failed\n";
-    const auto failed = [&](const QByteArray &line) { return QByteArray(notFound).replace("%1", line); };
-
-    QTest::newRow("backspace") << QByteArray("abc\x7f\x7f" "d\n") << "abc" + Erase + Erase + "d\n" + failed("ad") + "$ ";
-    QTest::newRow("backspace on empty line") << QByteArray("\x7f" "a\x7f\x7f" "x\n") << "a" + Erase + "x\n" + failed("x") + "$ ";
-    QTest::newRow("ignored keys") << QByteArray("a\xc3\xa9\x01\x1b[C\x1b[D\x1b" "xyb\n") << "ab\n" + failed("ab") + "$ ";
-    QTest::newRow("up and down with empty history") << Up + Down + "x\n" << "x\n" + failed("x") + "$ ";
-    QTest::newRow("blank line is run") << QByteArray("   \n") << "   \n" + failed("   ") + "$ ";
-    QTest::newRow("empty line is neither run nor recorded")
-        << "version\n\n" + Up + "\n" << "version\n" + Version + "$ \n$ version\n" + Version + "$ ";
-    QTest::newRow("up stops at the oldest, duplicates recorded once")
-        << "version\nversion\npause 0\n" + Up + Up + Up + Down + "\n"
-        << "version\n" + Version + "$ version\n" + Version + "$ pause 0\n$ pause 0" + Erase.repeated(7) + "version"
-               + Erase.repeated(7) + "version" + Erase.repeated(7) + "pause 0\n$ ";
-    QTest::newRow("down stops at the newest")
-        << "version\nnosuch\n" + Up + Up + Down + Down + "x\n"
-        << "version\n" + Version + "$ nosuch\n" + failed("nosuch") + "$ nosuch" + Erase.repeated(6) + "version"
-               + Erase.repeated(7) + "nosuch" + Erase.repeated(6) + "nosuchx\n" + failed("nosuchx") + "$ ";
+    row("backspace", "abc<bs><bs>d\n", "abc<erase><erase>d\n<unknown>ad\n<failed>$ ");
+    row("backspace on empty line", "<bs>a<bs><bs>x\n", "a<erase>x\n<unknown>x\n<failed>$ ");
+    row("ignored keys", "a\xc3\xa9\x01<right><left>\x1bxyb\n", "ab\n<unknown>ab\n<failed>$ ");
+    row("up and down with empty history", "<up><down>x\n", "x\n<unknown>x\n<failed>$ ");
+    row("blank line is run", "   \n", "   \n<unknown>   \n<failed>$ ");
+    row("empty line is neither run nor recorded", "version\n\n<up>\n", "version\n<version>$ \n$ version\n<version>$ ");
+    row("up stops at the oldest, duplicates recorded once", "version\nversion\npause 0\n<up><up><up><down>\n",
+        "version\n<version>$ version\n<version>$ pause 0\n$ pause 0<erase7>version<erase7>version<erase7>pause 0\n$ ");
+    row("down stops at the newest", "version\nnosuch\n<up><up><down><down>x\n",
+        "version\n<version>$ nosuch\n<unknown>nosuch\n<failed>$ nosuch<erase6>version<erase7>nosuch<erase6>nosuchx\n"
+        "<unknown>nosuchx\n<failed>$ ");
     // The first Up erases nothing; later ones erase the stored entry's length.
-    QTest::newRow("typed text stays on screen")
-        << "pause 0\nversion\nab" + Up + "xy" + Up + "\n"
-        << "pause 0\n$ version\n" + Version + "$ abversionxy" + Erase.repeated(7) + "pause 0\n$ ";
-    QTest::newRow("quit") << QByteArray("quit\n") << QByteArray("quit\nExiting...\n");
-    QTest::newRow("tab completes the verb") << QByteArray("vers\t\n") << "vers\r$ version \n" + Version + "$ ";
-    QTest::newRow("tab, any case") << QByteArray("BaT\tgetl\t") << QByteArray("BaT\r$ battery getl\r$ battery getlevel ");
-    QTest::newRow("tab keeps the typed context") << QByteArray("BATTERY getl\t")
-                                                  << QByteArray("BATTERY getl\r$ BATTERY getlevel ");
-    QTest::newRow("tab never offers the hidden alias") << QByteArray("phone b\t") << QByteArray("phone b\r$ phone baseband ");
-    QTest::newRow("tab without a match") << QByteArray("zzz\t") << QByteArray("zzz\r$ zzz");
-    QTest::newRow("tab after three words") << QByteArray("gps setlatitude \t")
-                                           << QByteArray("gps setlatitude \r$ gps setlatitude ");
-    QTest::newRow("tab lists the matches")
-        << QByteArray("gps getl\t")
-        << QByteArray("gps getl\n\nList of available commands:\n---------------------------\n"
-           "getlatitude         get the current latitude value of the GPS location in degrees [-90; 90]\n"
-           "getlongitude        get the current longitude value of the GPS location in degrees [-180; 180]\n"
-           "\r$ gps getl");
+    row("typed text stays on screen", "pause 0\nversion\nab<up>xy<up>\n",
+        "pause 0\n$ version\n<version>$ abversionxy<erase7>pause 0\n$ ");
+    row("quit", "quit\n", "quit\nExiting...\n");
+    row("tab completes the verb", "vers<tab>\n", "vers\r$ version \n<version>$ ");
+    row("tab, any case", "BaT<tab>getl<tab>", "BaT\r$ battery getl\r$ battery getlevel ");
+    row("tab keeps the typed context", "BATTERY getl<tab>", "BATTERY getl\r$ BATTERY getlevel ");
+    row("tab never offers the hidden alias", "phone b<tab>", "phone b\r$ phone baseband ");
+    row("tab without a match", "zzz<tab>", "zzz\r$ zzz");
+    row("tab after three words", "gps setlatitude <tab>", "gps setlatitude \r$ gps setlatitude ");
+    row("tab lists the matches", "gps getl<tab>",
+        "gps getl\n\nList of available commands:\n---------------------------\n"
+        "getlatitude         get the current latitude value of the GPS location in degrees [-90; 90]\n"
+        "getlongitude        get the current longitude value of the GPS location in degrees [-180; 180]\n"
+        "\r$ gps getl");
 }
 
 void TestInteractive::keys()
@@ -201,7 +197,7 @@ void TestInteractive::terminal()
     QFETCH(int, endedBy);
     QFETCH(QByteArray, shown);
     PtyShell shell;
-    QVERIFY(shell.start(m_runner.environment()));
+    QVERIFY(shell.start());
     for (const QByteArray &keys : typed)
         QVERIFY(shell.type(keys));
     if (signal)

@@ -1,6 +1,7 @@
 // End-to-end runner of the korvex-shell binary.
 #include "shellrunner.h"
 
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 
@@ -49,6 +50,7 @@ ShellResult ShellRunner::run(const QStringList &arguments, const QByteArray &inp
 QString ShellRunner::writeCommandFile(const QString &name, const QByteArray &content) const
 {
     const QString path = m_home.path() + "/" + name;
+    QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
     if (file.open(QIODevice::WriteOnly))
         file.write(content);

@@ -28,7 +28,7 @@ public:
     QString log() const;
 
     ShellResult run(const QStringList &arguments, const QByteArray &input = {}, int timeoutMs = 30000) const;
-    // Writes lines to a command file under the home and returns its path.
+    // Writes a file (a command file, say) under the home, with its folders, and returns its path.
     QString writeCommandFile(const QString &name, const QByteArray &content) const;
 
     static QString shellBinary() { return QStringLiteral(KORVEX_SHELL_BIN); }

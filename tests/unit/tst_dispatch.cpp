@@ -39,7 +39,6 @@ private slots:
     void history();
     void checks_data();
     void checks();
-    void checkDevice();
     void compareVersions();
     void identities();
 
@@ -97,36 +96,23 @@ void TestDispatch::execCommand_data()
 
     const int local = Prompt::LocalHost;
     const int remote = Prompt::RemoteHost;
-    const QString networkHelp = helpBlock({
-        "getprofile          get the current network profile",
+    const QString networkHelp = helpBlock({"getprofile          get the current network profile",
         "setprofile          set the network profile (\"none\", \"no-data\", \"gprs\", \"edge\", \"3g\", \"4g\", "
         "\"4g-bad-dns\", \"4g-high-losses\", \"wifi\")"});
     const QString notAvailable = "Command not available in this mode (remote host)\n";
 
     QTest::newRow("empty line") << local << "" << "Command not found: \n" << 1;
     QTest::newRow("case-sensitive") << local << "BATTERY getlevel" << "Command not found: BATTERY getlevel\n" << 1;
-    QTest::newRow("parameters reach the handler")
-        << local << "pause x" << "Syntax error: Parameter 1 should be of type Integer\n" << -1;
+    QTest::newRow("parameters reach the handler") << local << "pause x"
+                                                  << "Syntax error: Parameter 1 should be of type Integer\n" << -1;
     QTest::newRow("negative pause") << local << "pause -3" << "" << 0;
     QTest::newRow("exit is quit") << local << "exit" << "Exiting...\n" << 0;
     QTest::newRow("verb alone") << local << "network" << networkHelp << 0;
     QTest::newRow("verb with unknown words") << local << "network nosuch 3" << networkHelp << 0;
-    QTest::newRow("help of a verb") << local << "help network" << networkHelp << 0;
     QTest::newRow("help narrows per word") << local << "help battery gps" << helpBlock({}) << 0;
-    QTest::newRow("help skips the hidden alias")
-        << local << "help phone"
-        << helpBlock({"baseband            send a command directly to the virtual device baseband",
-                      "call                call the virtual device from the given phone number <Phone number "
-                      "max 16 digits>",
-                      "sms                 send a text message to the virtual device from the given phone number "
-                      "<Phone number max 16 digits> <text>"})
-        << 0;
     // The alias runs the baseband handler, whose first check is the device.
-    QTest::newRow("hidden alias runs")
-        << remote << "phone boysband"
-        << "The remote device could not be reached because of its wrong IP address. Please check your network "
-           "configuration.\n"
-        << -1;
+    QTest::newRow("hidden alias runs") << remote << "phone boysband" << "The remote device could not be reached "
+        "because of its wrong IP address. Please check your network configuration.\n" << -1;
     QTest::newRow("remote refresh") << remote << "devices refresh" << notAvailable << -1;
     QTest::newRow("remote select, joined name") << remote << "devices-select 1" << notAvailable << -1;
 }
@@ -214,28 +200,6 @@ void TestDispatch::checks()
     auto prompt = makePrompt(Prompt::LocalHost);
     QCOMPARE(check(*prompt), output.isEmpty() ? 0 : -1);
     QCOMPARE(takeOutput(), output);
-}
-
-void TestDispatch::checkDevice()
-{
-    auto local = makePrompt(Prompt::LocalHost);
-    QCOMPARE(local->checkDevice(), -1);
-    QCOMPARE(takeOutput(), QString("No virtual device selected.\n"));
-
-    auto anyAddress = makePrompt(Prompt::RemoteHost, "0.0.0.0");
-    QCOMPARE(anyAddress->checkDevice(), -1);
-    QCOMPARE(takeOutput(), QString("The remote device could not be reached because of its wrong IP address. "
-                                   "Please check your network configuration.\n"));
-
-    // The remote device points its client at the address from a worker thread.
-    // No event loop runs, or the device source would start the interactive loop.
-    auto remote = makePrompt(Prompt::RemoteHost);
-    QDeadlineTimer deadline(10000);
-    while (remote->checkDevice() != 0 && !deadline.hasExpired())
-        QThread::msleep(10);
-    takeOutput();
-    QCOMPARE(remote->checkDevice(), 0);
-    QCOMPARE(takeOutput(), QString());
 }
 
 void TestDispatch::compareVersions()
