@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
 
-ensure_packages lintian
+ensure_packages lintian file
 build_tree package
 lintian --fail-on error "$BUILD_DIR"/korvex-shell_*.deb
 ls -l "$BUILD_DIR"/korvex-shell_*.deb
