@@ -12,7 +12,8 @@ set(CPACK_PACKAGE_DESCRIPTION
   "phone calls and text messages, network profile, identities and factory reset.\n"
   "It runs interactively, one command at a time (-c) or from a command file (-f),\n"
   "and reports the outcome in its exit status, for use in CI jobs. The package\n"
-  "includes korvex-devsim, a simulator of one device for tests.")
+  "includes korvex-devsim, a simulator of one device for tests, and korvex-route,\n"
+  "which turns a recorded GPS track (GPX, KML, NMEA) into a command file.")
 string(REPLACE ";" "" CPACK_PACKAGE_DESCRIPTION "${CPACK_PACKAGE_DESCRIPTION}")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Korvex Shell developers <korvex-shell@talvane.example>")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)

@@ -14,7 +14,8 @@ debs=("$build"/korvex-shell_*_"$(dpkg --print-architecture)".deb)
 dpkg-deb -x "${debs[0]}" "$root/fs"
 
 for path in lib/korvex-shell/korvex-shell lib/korvex-shell/plugins/libvboxmanage.so bin/korvex-devsim \
-    share/man/man1/korvex-shell.1.gz share/man/man1/korvex-devsim.1.gz share/doc/korvex-shell/copyright; do
+    share/man/man1/korvex-shell.1.gz share/man/man1/korvex-devsim.1.gz share/doc/korvex-shell/copyright \
+    bin/korvex-route share/man/man1/korvex-route.1.gz share/bash-completion/completions/korvex-route; do
     [ -f "$root/fs/usr/$path" ] || fail "missing /usr/$path"
 done
 [ "$(readlink "$root/fs/usr/bin/korvex-shell")" = ../lib/korvex-shell/korvex-shell ] || fail "/usr/bin/korvex-shell is no link"
@@ -24,6 +25,7 @@ grep -qx '\.B phone sms' "$root/page" || fail "the manual page lacks the command
 KX_HOME="$root/home" KX_VBOXMANAGE="$root/none" "$root/fs/usr/bin/korvex-shell" -c version >"$root/out" 2>&1 \
     || fail "the installed shell failed: $(cat "$root/out")"
 grep -q 'Plugin "vboxmanage" loaded' "$root/home/korvex-shell.log" || fail "plug-in not loaded: $(cat "$root/home/korvex-shell.log")"
+"$root/fs/usr/bin/korvex-route" --version >"$root/out" 2>&1 || fail "the installed korvex-route failed: $(cat "$root/out")"
 
 # Word before, word completed, completions offered.
 while IFS='|' read -r prev cur expected; do
@@ -41,3 +43,6 @@ korvex-shell|-|-h -r -c -f
 -r|1|
 -f|$root/fs/usr/b|$root/fs/usr/bin
 TABLE
+got=$(bash -c 'compopt() { :; }; source "$1"; _korvex_route korvex-route --s korvex-route; echo "${COMPREPLY[*]}"' _ \
+    "$root/fs/usr/share/bash-completion/completions/korvex-route")
+[ "$got" = --speed ] || fail "completion of korvex-route --s: '$got', expected '--speed'"

@@ -1,0 +1,17 @@
+# bash completion of korvex-route: its options, and track file names.
+
+_korvex_route()
+{
+    local cur=$2 prev=$3
+    COMPREPLY=()
+    case $prev in
+    --speed | --rate | --loop | --accuracy) return ;;
+    esac
+    if [[ $cur == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "--speed --rate --loop --accuracy --help --version" -- "$cur")
+    else
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+    fi
+}
+complete -F _korvex_route korvex-route
