@@ -269,7 +269,7 @@ private slots:
         QProcess process;
         process.setProcessEnvironment(runner.environment());
         process.start(directory.path() + "/korvex-shell", {"-c", "devices list"});
-        QVERIFY(process.waitForFinished(30000));
+        QVERIFY(process.waitForFinished(180000));
         QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), Start + Welcome + "No devices available\n");
         const QString log = runner.log();
         for (const QString &line :

@@ -27,7 +27,9 @@ public:
     QString logPath() const { return m_home.path() + "/korvex-shell.log"; }
     QString log() const;
 
-    ShellResult run(const QStringList &arguments, const QByteArray &input = {}, int timeoutMs = 30000) const;
+    // The bound only catches a hung shell: under ThreadSanitizer on a loaded machine one run
+    // can take tens of seconds.
+    ShellResult run(const QStringList &arguments, const QByteArray &input = {}, int timeoutMs = 180000) const;
     // Writes a file (a command file, say) under the home, with its folders, and returns its path.
     QString writeCommandFile(const QString &name, const QByteArray &content) const;
 
