@@ -14,7 +14,7 @@ build_log="$BENCH_BUILD_DIR/bench-build.log"
 # Quiet unless the build fails.
 if ! { [ -f "$BENCH_BUILD_DIR/CMakeCache.txt" ] || cmake -S . -B "$BENCH_BUILD_DIR" -DCMAKE_BUILD_TYPE=Release; } >"$build_log" 2>&1 \
     || ! cmake --build "$BENCH_BUILD_DIR" -j"$(nproc)" \
-        --target korvex-shell korvex-devsim vboxmanage korvex-rawclient >>"$build_log" 2>&1; then
+        --target korvex-shell vboxmanage korvex-rawclient korvex-minagent korvex-qtclient >>"$build_log" 2>&1; then
     cat "$build_log" >&2
     exit 1
 fi
