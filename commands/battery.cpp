@@ -40,13 +40,12 @@ int Prompt::batteryGetLevel(const QStringList &params)
 
 int Prompt::batterySetLevel(const QStringList &params)
 {
-    if (checkParams(params, 1) || checkIntParameter(params, 0) || checkDevice())
+    int level = 0;
+    if (checkParams(params, 1) || checkIntParameter(params, 0, &level) || checkDevice())
         return -1;
 
-    bool parsed = false;
-    const int level = params[0].toInt(&parsed, 10);
     // Negative levels wrap to large unsigned values and fail the one bound.
-    if (!parsed || static_cast<unsigned>(level) > MaxBatteryLevel) {
+    if (static_cast<unsigned>(level) > MaxBatteryLevel) {
         m_out << "Battery level must be a number between 0 and 100" << Qt::endl;
         return -1;
     }

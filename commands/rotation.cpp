@@ -21,13 +21,12 @@ constexpr double TiltGravity = 3.3552176060248105;
 
 int Prompt::rotationSetAngle(const QStringList &params)
 {
-    if (checkParams(params, 1) || checkIntParameter(params, 0) || checkDevice())
+    int angle = 0;
+    if (checkParams(params, 1) || checkIntParameter(params, 0, &angle) || checkDevice())
         return -1;
 
-    bool parsed = false;
-    const int angle = params[0].toInt(&parsed, 10);
     // Negative angles wrap to large unsigned values and fail the one bound.
-    if (!parsed || static_cast<unsigned>(angle) > MaxAngle) {
+    if (static_cast<unsigned>(angle) > MaxAngle) {
         m_out << "Angle of rotation must be a number between 0 and 359" << Qt::endl;
         return -1;
     }

@@ -79,7 +79,7 @@ int Prompt::checkParams(const QStringList &params, int expectedParamNb, bool orM
     return -1;
 }
 
-int Prompt::checkIntParameter(const QStringList &params, int indexOfInt)
+int Prompt::checkIntParameter(const QStringList &params, int indexOfInt, int *value)
 {
     if (indexOfInt >= params.size()) {
         m_out << QString("Syntax error: Command expects parameter nb %1 to be of type Integer, but received only "
@@ -90,7 +90,9 @@ int Prompt::checkIntParameter(const QStringList &params, int indexOfInt)
         return -1;
     }
     bool ok = false;
-    params.at(indexOfInt).toInt(&ok, 10);
+    const int parsed = params.at(indexOfInt).toInt(&ok, 10);
+    if (value)
+        *value = parsed;
     if (!ok) {
         m_out << QString("Syntax error: Parameter %1 should be of type Integer").arg(indexOfInt + 1) << Qt::endl;
         return -1;

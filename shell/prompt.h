@@ -61,7 +61,8 @@ public:
 
     // Shared argument checks: 0 when the test passes, -1 after printing the message.
     int checkParams(const QStringList &params, int expectedParamNb, bool orMore = false);
-    int checkIntParameter(const QStringList &params, int indexOfInt);
+    // The parsed integer goes to value, when given, so that it is parsed once.
+    int checkIntParameter(const QStringList &params, int indexOfInt, int *value = nullptr);
     int checkLimits(const QString &param, double lower, double upper,
                     bool lowerIncluded = true, bool upperIncluded = true);
     int checkDevice();

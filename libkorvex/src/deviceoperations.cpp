@@ -1,7 +1,7 @@
 // Typed device operations of KorvexClient used by the shell's commands: each
-// picks the request kind and parameter, runs one exchange and converts the
-// value. They come in five shapes (typed read, read into a host value, write
-// with or without interpreting the reply, ping), written once each below.
+// picks the request kind and parameter and one of the five shapes (typed
+// read, read into a host value, write with or without interpreting the reply,
+// ping), written once each below; one exchange each, the reply mapped once.
 #include "korvexclient.h"
 
 #include <QDebug>
@@ -23,196 +23,185 @@ bool succeeded(int result)
     return result == KorvexClient::Ok || result == KorvexClient::OkWithInformation;
 }
 
-int exchange(KorvexClient &client, const Request &request, QByteArray &reply)
-{
-    return client.sendRequest(request, reply, KorvexClient::ReplyTimeoutMs);
-}
+} // namespace
+
+// The shapes.
 
 // Typed read: the out-argument changes only when both the exchange and the
 // reply succeeded.
 template <typename T>
-int readTyped(KorvexClient &client, Parameter::Type parameter, T &out)
+int KorvexClient::read(Parameter::Type parameter, T &out)
 {
-    QByteArray reply;
-    int result = exchange(client, client.buildRequest(Request::GetParam, parameter, QVariant()), reply);
+    int result = transact(buildRequest(Request::GetParam, parameter, QVariant()), ReplyTimeoutMs);
     if (!succeeded(result))
         return result;
     QVariant value;
-    result = client.parseReply(reply, value);
+    result = interpret(m_reply, value);
     if (succeeded(result))
         out = value.value<T>();
     return result;
 }
 
 // Write whose reply is interpreted into the caller's host value.
-int writeWithReply(KorvexClient &client, const Request &request, QVariant &replyValue)
+int KorvexClient::write(const Request &request, QVariant &replyValue)
 {
-    QByteArray reply;
-    const int result = exchange(client, request, reply);
-    if (!succeeded(result))
-        return result;
-    return client.parseReply(reply, replyValue);
+    const int result = transact(request, ReplyTimeoutMs);
+    return succeeded(result) ? interpret(m_reply, replyValue) : result;
 }
 
 // Write whose reply is not looked at: an Error reply still counts as done.
-int writeBlind(KorvexClient &client, Parameter::Type parameter, const QVariant &value)
+int KorvexClient::writeBlind(Parameter::Type parameter, const QVariant &value)
 {
-    QByteArray reply;
-    return exchange(client, client.buildRequest(Request::SetParam, parameter, value), reply);
+    return transact(buildRequest(Request::SetParam, parameter, value), ReplyTimeoutMs);
 }
 
-int sendCommand(KorvexClient &client, const QString &command)
+int KorvexClient::sendCommand(const QString &command)
 {
     QVariant ignored;
-    return writeWithReply(client, client.buildRequest(Request::SendCommand, Parameter::KvexBasebandCmd, command),
-                          ignored);
+    return write(buildRequest(Request::SendCommand, Parameter::KvexBasebandCmd, command), ignored);
 }
-
-} // namespace
 
 int KorvexClient::ping()
 {
-    QByteArray reply;
-    const int result = exchange(*this, buildRequest(Request::Ping), reply);
+    const int result = transact(buildRequest(Request::Ping), ReplyTimeoutMs);
     if (result != Ok) {
         qCritical() << "Fail to send Ping to device";
         return result;
     }
     QVariant pong;
-    return parseReply(reply, pong);
+    return interpret(m_reply, pong);
 }
 
 // Generic operations.
 
 int KorvexClient::getParam(QVariant &value, Korvex::Parameter::Type parameter)
 {
-    QByteArray reply;
-    const int result = exchange(*this, buildRequest(Request::GetParam, parameter, QVariant()), reply);
+    const int result = transact(buildRequest(Request::GetParam, parameter, QVariant()), ReplyTimeoutMs);
     if (!succeeded(result)) {
         qCritical() << "Failed to send request";
         return result;
     }
-    return parseReply(reply, value);
+    return interpret(m_reply, value);
 }
 
 int KorvexClient::getDoubleParam(double &value, Korvex::Parameter::Type parameter)
 {
-    return readTyped(*this, parameter, value);
+    return read(parameter, value);
 }
 
 int KorvexClient::getStringParam(Korvex::Parameter::Type parameter, QString &text)
 {
-    return readTyped(*this, parameter, text);
+    return read(parameter, text);
 }
 
 int KorvexClient::setParam(const QVariant &value, Korvex::Parameter::Type parameter, QVariant &reply)
 {
-    return writeWithReply(*this, buildRequest(Request::SetParam, parameter, value), reply);
+    return write(buildRequest(Request::SetParam, parameter, value), reply);
 }
 
 int KorvexClient::setParam(const QVariant &value, Korvex::Parameter::Type parameter)
 {
     QVariant ignored;
-    return setParam(value, parameter, ignored);
+    return write(buildRequest(Request::SetParam, parameter, value), ignored);
 }
 
 int KorvexClient::setStringParam(Korvex::Parameter::Type parameter, const QString &text, QVariant &reply)
 {
-    return setParam(QVariant(text), parameter, reply);
+    return write(buildRequest(Request::SetParam, parameter, text), reply);
 }
 
 // Battery.
 
 int KorvexClient::getBatteryLevel(int &level)
 {
-    return readTyped(*this, Parameter::BatteryLevel, level);
+    return read(Parameter::BatteryLevel, level);
 }
 
 int KorvexClient::setBatteryLevel(int level, QVariant &reply)
 {
-    return setParam(QVariant(level), Parameter::BatteryLevel, reply);
+    return write(buildRequest(Request::SetParam, Parameter::BatteryLevel, level), reply);
 }
 
 int KorvexClient::getBatteryStatus(QString &status)
 {
-    return readTyped(*this, Parameter::BatteryStatus, status);
+    return read(Parameter::BatteryStatus, status);
 }
 
 int KorvexClient::setBatteryStatus(const QString &status, QVariant &reply)
 {
-    return setParam(QVariant(status), Parameter::BatteryStatus, reply);
+    return write(buildRequest(Request::SetParam, Parameter::BatteryStatus, status), reply);
 }
 
 int KorvexClient::getBatteryMode(bool &manual)
 {
-    return readTyped(*this, Parameter::BatteryMode, manual);
+    return read(Parameter::BatteryMode, manual);
 }
 
 int KorvexClient::setBatteryMode(bool manual)
 {
-    return writeBlind(*this, Parameter::BatteryMode, QVariant(manual));
+    return writeBlind(Parameter::BatteryMode, QVariant(manual));
 }
 
 // GPS.
 
 int KorvexClient::getGpsStatus(bool &enabled)
 {
-    return readTyped(*this, Parameter::GpsStatus, enabled);
+    return read(Parameter::GpsStatus, enabled);
 }
 
 int KorvexClient::setGpsStatus(bool enabled)
 {
-    return writeBlind(*this, Parameter::GpsStatus, QVariant(enabled));
+    return writeBlind(Parameter::GpsStatus, QVariant(enabled));
 }
 
 int KorvexClient::getGpsLatitude(double &value)
 {
-    return getDoubleParam(value, Parameter::GpsLatitude);
+    return read(Parameter::GpsLatitude, value);
 }
 
 int KorvexClient::setGpsLatitude(double value, QVariant &reply)
 {
-    return setParam(QVariant(value), Parameter::GpsLatitude, reply);
+    return write(buildRequest(Request::SetParam, Parameter::GpsLatitude, value), reply);
 }
 
 int KorvexClient::getGpsLongitude(double &value)
 {
-    return getDoubleParam(value, Parameter::GpsLongitude);
+    return read(Parameter::GpsLongitude, value);
 }
 
 int KorvexClient::setGpsLongitude(double value, QVariant &reply)
 {
-    return setParam(QVariant(value), Parameter::GpsLongitude, reply);
+    return write(buildRequest(Request::SetParam, Parameter::GpsLongitude, value), reply);
 }
 
 int KorvexClient::getGpsAltitude(double &value)
 {
-    return getDoubleParam(value, Parameter::GpsAltitude);
+    return read(Parameter::GpsAltitude, value);
 }
 
 int KorvexClient::setGpsAltitude(double value, QVariant &reply)
 {
-    return setParam(QVariant(value), Parameter::GpsAltitude, reply);
+    return write(buildRequest(Request::SetParam, Parameter::GpsAltitude, value), reply);
 }
 
 int KorvexClient::getGpsAccuracy(double &value)
 {
-    return getDoubleParam(value, Parameter::GpsAccuracy);
+    return read(Parameter::GpsAccuracy, value);
 }
 
 int KorvexClient::setGpsAccuracy(double value, QVariant &reply)
 {
-    return setParam(QVariant(value), Parameter::GpsAccuracy, reply);
+    return write(buildRequest(Request::SetParam, Parameter::GpsAccuracy, value), reply);
 }
 
 int KorvexClient::getGpsBearing(double &value)
 {
-    return getDoubleParam(value, Parameter::GpsBearing);
+    return read(Parameter::GpsBearing, value);
 }
 
 int KorvexClient::setGpsBearing(double value, QVariant &reply)
 {
-    return setParam(QVariant(value), Parameter::GpsBearing, reply);
+    return write(buildRequest(Request::SetParam, Parameter::GpsBearing, value), reply);
 }
 
 // Rotation, capabilities and versions.
@@ -222,7 +211,7 @@ int KorvexClient::setAccelerometer(QVariant &reply, double x, double y, double z
     const QStringList parts{QString::number(x, 'g', AccelerometerDigits),
                             QString::number(y, 'g', AccelerometerDigits),
                             QString::number(z, 'g', AccelerometerDigits)};
-    return setParam(QVariant(parts.join(AccelerometerSeparator)), Parameter::Accelerometer, reply);
+    return write(buildRequest(Request::SetParam, Parameter::Accelerometer, parts.join(AccelerometerSeparator)), reply);
 }
 
 int KorvexClient::getCapabilities(QString &capabilities)
@@ -258,7 +247,7 @@ int KorvexClient::getAgentVersion(QString &version)
 
 int KorvexClient::getDeviceId(QString &deviceId)
 {
-    const int result = getStringParam(Parameter::DeviceId, deviceId);
+    const int result = read(Parameter::DeviceId, deviceId);
     if (result == Ok && deviceId == QLatin1String(NoDeviceId))
         deviceId = QString();
     return result;
@@ -266,39 +255,40 @@ int KorvexClient::getDeviceId(QString &deviceId)
 
 int KorvexClient::setDeviceId(const QString &deviceId, QVariant &reply)
 {
-    return setStringParam(Parameter::DeviceId, deviceId.isEmpty() ? QString(NoDeviceId) : deviceId, reply);
+    return write(buildRequest(Request::SetParam, Parameter::DeviceId, deviceId.isEmpty() ? QString(NoDeviceId) : deviceId),
+                 reply);
 }
 
 int KorvexClient::getAndroidId(QString &androidId)
 {
-    return getStringParam(Parameter::AndroidId, androidId);
+    return read(Parameter::AndroidId, androidId);
 }
 
 int KorvexClient::setAndroidId(const QString &androidId, QVariant &reply)
 {
-    return setStringParam(Parameter::AndroidId, androidId, reply);
+    return write(buildRequest(Request::SetParam, Parameter::AndroidId, androidId), reply);
 }
 
 int KorvexClient::setClipboard(const QString &text)
 {
-    return writeBlind(*this, Parameter::Clipboard, QVariant(text));
+    return writeBlind(Parameter::Clipboard, QVariant(text));
 }
 
 // Phone: commands for the emulated baseband.
 
 int KorvexClient::phoneCall(const QString &number)
 {
-    return sendCommand(*this, QString(PhoneCallFormat).arg(number));
+    return sendCommand(QString(PhoneCallFormat).arg(number));
 }
 
 int KorvexClient::sendSms(const QString &number, const QString &message)
 {
     const QString encoded = QString::fromLatin1(message.toUtf8().toBase64());
     // Filled one placeholder at a time, %1 first.
-    return sendCommand(*this, QString(SmsFormat).arg(number).arg(encoded));
+    return sendCommand(QString(SmsFormat).arg(number).arg(encoded));
 }
 
 int KorvexClient::sendBasebandCommand(const QString &command)
 {
-    return sendCommand(*this, QString(BasebandFormat).arg(command));
+    return sendCommand(QString(BasebandFormat).arg(command));
 }

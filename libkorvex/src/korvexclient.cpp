@@ -255,6 +255,14 @@ bool KorvexClient::stillConnected()
 
 int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs)
 {
+    const int result = transact(request, timeoutMs);
+    if (result == Ok)
+        reply = m_lastReply;
+    return result;
+}
+
+int KorvexClient::transact(const Korvex::Request &request, int timeoutMs)
+{
     QString error;
     if (!initConnection(error)) {
         qCritical() << "Unable to connect to" << address().toString() << ":" << port() << error;
@@ -266,30 +274,33 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
     QByteArray bytes(static_cast<int>(size), '\0');
     request.SerializePartialToArray(bytes.data(), bytes.size());
 
-    QEventLoop *loop = new QEventLoop();
+    QEventLoop loop;
     QTimer timer;
     timer.setSingleShot(true);
     timer.setTimerType(Qt::PreciseTimer);
-    connect(&timer, &QTimer::timeout, loop, &QEventLoop::quit);
+    connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
     bool replied = false;
-    connect(this, &KorvexClient::replyFromDevice, loop, [loop, &replied] {
+    connect(this, &KorvexClient::replyFromDevice, &loop, [&loop, &replied] {
         replied = true;
-        loop->quit();
+        loop.quit();
     });
     // A connection the device closes cannot bring the reply any more.
-    connect(m_socket, &QAbstractSocket::disconnected, loop, &QEventLoop::quit);
+    connect(m_socket, &QAbstractSocket::disconnected, &loop, &QEventLoop::quit);
 
     if (m_socket->write(bytes) != size) {
         qCritical() << "Unable to send request:" << m_socket->errorString();
-        delete loop;
         releaseSocket();
         return NetworkError;
     }
+    // Sent now rather than once the loop finds the socket writable: one
+    // round of the loop less for every request.
+    m_socket->flush();
 
     if (timeoutMs > 0)
         timer.start(timeoutMs);
-    loop->exec();
-    delete loop;
+    // A connection that broke while sending has already said so.
+    if (m_socket->state() == QAbstractSocket::ConnectedState)
+        loop.exec();
     releaseSocket();
 
     if (timeoutMs > 0 && !timer.isActive()) {
@@ -300,7 +311,6 @@ int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
         qWarning() << "Connection closed by the device while waiting for request reply";
         return NetworkError;
     }
-    reply = m_lastReply;
     return Ok;
 }
 
@@ -320,7 +330,8 @@ void KorvexClient::receiveChunk(const QByteArray &chunk)
     Korvex::Reply reply;
     if (decodeWhole(reply, m_receiveBuffer)) {
         m_lastReply = m_receiveBuffer;
-        m_receiveBuffer.remove(0, static_cast<int>(reply.ByteSizeLong()));
+        m_reply.Swap(&reply);
+        m_receiveBuffer.remove(0, static_cast<int>(m_reply.ByteSizeLong()));
         emit replyFromDevice();
         return;
     }
@@ -343,7 +354,11 @@ int KorvexClient::parseReply(const QByteArray &bytes, QVariant &value)
         google::protobuf::LogSilencer silence;
         reply.ParsePartialFromArray(bytes.constData(), bytes.size());
     }
+    return interpret(reply, value);
+}
 
+int KorvexClient::interpret(const Korvex::Reply &reply, QVariant &value)
+{
     if (!reply.has_type()) {
         qCritical() << "[KorvexClient]" << "[parseReply]" << "Can't unserialize reply";
         return SerializationError;

@@ -1,7 +1,9 @@
 // Protocol client of one device agent: builds a Request, sends it over TCP
 // (port 22666, no framing), waits for the Reply and maps it to a result code.
 // The typed device operations used by the commands are declared here too and
-// implemented in deviceoperations.cpp.
+// implemented in deviceoperations.cpp. The road of one command: a typed
+// operation picks its shape (read, write, blind write), transact() runs the
+// exchange, and the reply, decoded once on arrival, is mapped by interpret().
 #pragma once
 
 #include <QByteArray>
@@ -94,7 +96,7 @@ public:
     int sendSms(const QString &number, const QString &message);
     int sendBasebandCommand(const QString &command);
 
-    // Generic operations under the typed ones.
+    // Generic operations beside the typed ones.
     int getParam(QVariant &value, Korvex::Parameter::Type parameter);
     int getDoubleParam(double &value, Korvex::Parameter::Type parameter);
     int getStringParam(Korvex::Parameter::Type parameter, QString &text);
@@ -110,6 +112,17 @@ private slots:
     void messageFromDevice();
 
 private:
+    // The shapes of the typed operations (deviceoperations.cpp).
+    template <typename T>
+    int read(Korvex::Parameter::Type parameter, T &out);
+    int write(const Korvex::Request &request, QVariant &replyValue);
+    int writeBlind(Korvex::Parameter::Type parameter, const QVariant &value);
+    int sendCommand(const QString &command);
+
+    // One exchange: Ok with the reply in m_reply, or NetworkError.
+    int transact(const Korvex::Request &request, int timeoutMs);
+    // The result code and value that a decoded reply stands for.
+    static int interpret(const Korvex::Reply &reply, QVariant &value);
     void adoptSocket();
     bool stillConnected();
     void releaseSocket();
@@ -122,6 +135,7 @@ private:
     QTcpSocket *m_socket = nullptr;
     QByteArray m_lastRequest;
     QByteArray m_lastReply;
+    Korvex::Reply m_reply; // m_lastReply decoded
     QByteArray m_receiveBuffer; // survives reconnections
     bool m_persistent = false;
 };
