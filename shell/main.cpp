@@ -41,6 +41,9 @@ void printUsage(QTextStream &out, const QString &programName)
 
 int main(int argc, char **argv)
 {
+    // Qt's own event dispatcher rather than GLib's, which wakes its loop at
+    // every change of the sockets' notifiers: several times per request.
+    qputenv("QT_NO_GLIB", "1");
     QCoreApplication app(argc, argv);
     initLogging(baseDirectory() + LogFileName, false);
 

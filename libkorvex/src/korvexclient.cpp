@@ -156,7 +156,7 @@ KorvexClient::KorvexClient(QObject *parent) : QObject(parent)
 KorvexClient::~KorvexClient()
 {
     shutdownMessageLibrary();
-    adoptSocket();
+    dropForeignSocket();
     delete m_socket;
 }
 
@@ -191,24 +191,23 @@ void KorvexClient::setPersistent(bool persistent)
     m_persistent = persistent;
 }
 
-// Between requests the socket belongs to no thread, so that whichever thread
-// issues the next request (or destroys the client) can take it over; a socket
-// left on a pool thread could never be touched safely from another one.
-void KorvexClient::adoptSocket()
+// The socket belongs to the thread whose requests use it, which handles its
+// notifications with no hop through another thread and no hand-over between
+// requests. Another thread cannot take it over: it goes back to its own
+// thread to be deleted there (at once if that thread runs its loop, else when
+// the thread ends), unhooked from this client first.
+void KorvexClient::dropForeignSocket()
 {
-    if (m_socket && m_socket->thread() != QThread::currentThread())
-        m_socket->moveToThread(QThread::currentThread());
-}
-
-void KorvexClient::releaseSocket()
-{
-    if (m_socket)
-        m_socket->moveToThread(nullptr);
+    if (!m_socket || m_socket->thread() == QThread::currentThread())
+        return;
+    m_socket->disconnect(this);
+    m_socket->deleteLater();
+    m_socket = nullptr;
 }
 
 bool KorvexClient::initConnection(QString &error)
 {
-    adoptSocket();
+    dropForeignSocket();
     if (m_persistent) {
         if (stillConnected())
             return true;
@@ -266,7 +265,6 @@ int KorvexClient::transact(const Korvex::Request &request, int timeoutMs)
     QString error;
     if (!initConnection(error)) {
         qCritical() << "Unable to connect to" << address().toString() << ":" << port() << error;
-        releaseSocket();
         return NetworkError;
     }
 
@@ -289,7 +287,6 @@ int KorvexClient::transact(const Korvex::Request &request, int timeoutMs)
 
     if (m_socket->write(bytes) != size) {
         qCritical() << "Unable to send request:" << m_socket->errorString();
-        releaseSocket();
         return NetworkError;
     }
     // Sent now rather than once the loop finds the socket writable: one
@@ -301,7 +298,6 @@ int KorvexClient::transact(const Korvex::Request &request, int timeoutMs)
     // A connection that broke while sending has already said so.
     if (m_socket->state() == QAbstractSocket::ConnectedState)
         loop.exec();
-    releaseSocket();
 
     if (timeoutMs > 0 && !timer.isActive()) {
         qWarning() << "Timeout while waiting for request reply";

@@ -123,9 +123,8 @@ private:
     int transact(const Korvex::Request &request, int timeoutMs);
     // The result code and value that a decoded reply stands for.
     static int interpret(const Korvex::Reply &reply, QVariant &value);
-    void adoptSocket();
+    void dropForeignSocket();
     bool stillConnected();
-    void releaseSocket();
 
     // Set on a worker thread by the device sources, read by whichever thread
     // issues a request: both under this lock.
