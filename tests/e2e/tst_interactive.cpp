@@ -3,6 +3,7 @@
 // pseudo-terminal is used only for what a terminal alone shows: Ctrl-C and the
 // terminal attributes, switched for each key and restored however the shell ends.
 #include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QtTest>
 
@@ -61,12 +62,17 @@ struct PtyShell
         return m_pid > 0 && waitFor([this] { return m_output.endsWith(Prompt) && readingKey(); });
     }
 
-    // Sends keys once the shell waits for a key with nothing left to echo: a
-    // signal key would flush the keys still unread.
+    // Sends keys once the shell has waited 100 ms for a key with nothing left
+    // to echo: a signal key would flush the keys still unread.
     bool type(const QByteArray &keys)
     {
+        QElapsedTimer quiet;
         int seen = -1;
-        return waitFor([&] { return readingKey() && std::exchange(seen, m_output.size()) == m_output.size(); })
+        return waitFor([&] {
+                   if (std::exchange(seen, m_output.size()) != m_output.size())
+                       quiet.start();
+                   return readingKey() && quiet.elapsed() >= 100;
+               })
                && write(m_master, keys.constData(), keys.size()) == keys.size();
     }
 
@@ -116,6 +122,7 @@ private slots:
     void keys();
     void terminal_data();
     void terminal();
+    void commandsFindTheTerminalAsItWas();
 
 private:
     ShellRunner m_runner;
@@ -208,6 +215,16 @@ void TestInteractive::terminal()
         QVERIFY(WIFSIGNALED(shell.m_status) && WTERMSIG(shell.m_status) == endedBy);
     else
         QVERIFY(WIFEXITED(shell.m_status) && WEXITSTATUS(shell.m_status) == 0);
+    QCOMPARE(shell.flags(), shell.m_initialFlags);
+}
+
+// Raw mode lasts for one key read only: a running command sees the terminal as the user set it.
+void TestInteractive::commandsFindTheTerminalAsItWas()
+{
+    PtyShell shell;
+    QVERIFY(shell.start());
+    QVERIFY(shell.type("pause 2\r"));
+    QVERIFY(shell.waitFor([&] { return shell.m_output.endsWith("pause 2\r\n"); }));
     QCOMPARE(shell.flags(), shell.m_initialFlags);
 }
 

@@ -7,6 +7,8 @@
 
 #include "console.h"
 #include "prompt.h"
+#include "selectionbanners.h"
+#include "virtualmachineengine.h"
 
 namespace {
 
@@ -41,6 +43,7 @@ private slots:
     void checks();
     void compareVersions();
     void identities();
+    void selection();
 
 private:
     std::unique_ptr<Prompt> makePrompt(int mode, const QString &address = RemoteAddress)
@@ -223,6 +226,39 @@ void TestDispatch::identities()
     const QString id = Prompt::generateRandomAndroidId();
     QVERIFY2(QRegularExpression("^[0-9a-f]{16}$").match(id).hasMatch(), qPrintable(id));
     QVERIFY(Prompt::generateRandomAndroidId() != id);
+}
+
+// Selection of local devices by id, by itself, and again after each refresh,
+// which keeps the position, not the machine.
+void TestDispatch::selection()
+{
+    VirtualMachineEngine engine;
+    QThreadPool::globalInstance()->waitForDone(); // its plug-in load fails in the background
+    const QString invalid = "Invalid device Id\n";
+    const QString off = "Korvex virtual device %1 is off. Please select a new virtual device with command : devices "
+                        "select\n";
+    // A refresh to machines in these states, or else a selection of that id.
+    const QList<std::tuple<QString, int, QString, int>> steps = {
+        {"2,1", 0, "", 1},          {"", 2, invalid, 1},         {"", -1, invalid, 1},
+        {"", 0, off.arg(0), 1},     {"1,1,1", 0, "", 1},         {"", 2, "", 2},
+        {"1,1", 0, SelectionBanners::Several, -1},               {"2,2", 0, SelectionBanners::None, -1},
+        {"2,1", 0, "", 1},          {"2,2", 0, off.arg(1), 1}};
+    for (const auto &[states, id, output, index] : steps) {
+        QList<Device> devices;
+        for (const QString &state : states.split(',', Qt::SkipEmptyParts))
+            devices << Device(QString::number(devices.size()), QHostAddress("127.0.0.40"), 1, state.toInt(), nullptr);
+        if (states.isEmpty())
+            engine.selectDevice(id);
+        else
+            engine.applyRefreshedList(devices);
+        QCOMPARE(takeOutput(), output);
+        QCOMPARE(engine.selectedIndex(), index);
+    }
+    QList<Device> devices;
+    for (const char *name : {"dev2", "dev10", "Dev1", "alpha"})
+        devices << Device(name, QHostAddress(), 1, On, nullptr);
+    VirtualMachineEngine::sortDevices(devices);
+    QCOMPARE(devices[0].name() + devices[1].name() + devices[2].name() + devices[3].name(), QString("alphaDev1dev10dev2"));
 }
 
 QTEST_GUILESS_MAIN(TestDispatch)
