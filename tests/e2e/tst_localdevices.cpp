@@ -196,7 +196,7 @@ private slots:
         ShellRunner runner;
         const QJsonObject device = machine("Phone", "p1", vmState, AgentAddress, true, snapshots);
         useFake(runner, QJsonObject{{"machines", QJsonArray{device}}, {"restore", restoreSeconds}});
-        runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "3000");
+        runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "10000");
         const ShellResult result = runner.run({"-c", "devices factoryreset Phone force"});
         QVERIFY2(result.finished && result.exitCode != SanitizerReport, result.err.constData());
         QCOMPARE(commandOutput(result.out), expected);
@@ -236,7 +236,7 @@ private slots:
 
         QTest::newRow("missing") << QJsonObject() << "/no-vboxmanage --version could not be started" << 2;
         QTest::newRow("hanging") << QJsonObject{{"wait", QJsonObject{{"--version", QJsonArray{"never", 1}}}}}
-                                 << "/VBoxManage --version timed out after 2000 ms" << 2;
+                                 << "/VBoxManage --version timed out after 10000 ms" << 2;
         QTest::newRow("service down")
             << QJsonObject{{"service", "down"}, {"version", Releases[3]}, {"language", "ru"}}
             << "[critical] [VBox] the VirtualBox service cannot be reached: exited with code 1: VBoxManage: error: "
@@ -252,7 +252,7 @@ private slots:
         ShellRunner runner;
         if (!state.isEmpty())
             useFake(runner, state);
-        runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "2000");
+        runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "10000");
         const ShellResult result = runner.run({"-c", "devices list"});
         QVERIFY2(result.finished && result.exitCode != SanitizerReport, result.err.constData());
         QCOMPARE(QString::fromUtf8(result.out), Start + Welcome + "No devices available\n");
