@@ -84,6 +84,7 @@ void TestDeviceCommands::command_data()
         {"battery getlevel", "", "Battery level: 50%", Ok, "get BatteryLevel"},
         {"battery getlevel", "--info|note", "Unknown error. Result code: 7", Err, "get BatteryLevel"},
         {"battery setlevel 050", "", "Battery level set to: 050%", Ok, "set BatteryLevel Int 50"},
+        {"battery setlevel 100", "", "Battery level set to: 100%", Ok, "set BatteryLevel Int 100"},
         {"battery setlevel 101", "", LevelRefused, Err, ""},
         {"battery setlevel -1", "", LevelRefused, Err, ""},
         {"battery setlevel 20", "--info|busy", "busy\nBattery level set to: 20%", Ok, "set BatteryLevel Int 20"},
@@ -157,6 +158,8 @@ void TestDeviceCommands::command_data()
         {"phone baseband", Local, "No virtual device selected.", Err, ""},
 
         {"network getprofile", "--set|NetworkMode=9", "Network Profile: unknown", Ok, "get NetworkMode"},
+        {"network getprofile", "--set|NetworkMode=7", "Network Profile: 4g-high-losses", Ok, "get NetworkMode"},
+        {"network setprofile 4G-bad-dns", "", "Network profile set to: 4g-bad-dns", Ok, "set NetworkMode Int 6"},
         {"network setprofile WiFi", "", "Network profile set to: wifi", Ok, "set NetworkMode Int 8"},
         {"network setprofile 5g", "", "Invalid profile, available profiles are \"none\", \"no-data\", \"gprs\", "
          "\"edge\", \"3g\", \"4g\", \"4g-bad-dns\", and \"4g-high-losses\"", Err, ""},
