@@ -2,9 +2,7 @@
 // operations that change the machine (device ID, factory snapshot).
 #include "vboxmachine.h"
 
-#include <QDeadlineTimer>
 #include <QDebug>
-#include <QMutexLocker>
 
 #include "vboxkeys.h"
 #include "vboxmanagerunner.h"
@@ -12,26 +10,21 @@
 
 void CallTracker::begin()
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     ++m_count;
 }
 
 void CallTracker::end()
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     if (--m_count == 0)
-        m_idle.wakeAll();
+        m_idle.notify_all();
 }
 
 bool CallTracker::waitIdle(int timeoutMs)
 {
-    QMutexLocker locker(&m_lock);
-    QDeadlineTimer deadline(timeoutMs);
-    while (m_count > 0) {
-        if (!m_idle.wait(&m_lock, deadline))
-            return false;
-    }
-    return true;
+    std::unique_lock<std::mutex> locker(m_lock);
+    return m_idle.wait_for(locker, std::chrono::milliseconds(timeoutMs), [this] { return m_count == 0; });
 }
 
 VBoxMachine::VBoxMachine(const QString &uuid, const VBoxManageRunner &runner, CallTracker &tracker)
@@ -41,37 +34,37 @@ VBoxMachine::VBoxMachine(const QString &uuid, const VBoxManageRunner &runner, Ca
 
 VBoxMachineInfo VBoxMachine::info() const
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     return m_info;
 }
 
 void VBoxMachine::update(const VBoxMachineInfo &info)
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     m_info = info;
 }
 
 QString VBoxMachine::name() const
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     return m_info.name;
 }
 
 int VBoxMachine::state() const
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     return m_info.state;
 }
 
 QString VBoxMachine::ipAddress() const
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     return m_info.ipAddress;
 }
 
 QString VBoxMachine::extraData(const char *key) const
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     return m_info.extraData.value(QString::fromLatin1(key));
 }
 
@@ -83,7 +76,7 @@ void VBoxMachine::storeDeviceId(const QString &deviceId)
 {
     m_tracker.begin();
     {
-        QMutexLocker session(&m_session);
+        std::lock_guard<std::mutex> session(m_session);
         const VBoxManageCall call = m_runner.run({QStringLiteral("guestproperty"), QStringLiteral("set"), m_uuid,
                                                   QString::fromLatin1(VBoxKeys::DeviceIdProperty), deviceId});
         if (call.succeeded())
@@ -96,7 +89,7 @@ void VBoxMachine::storeDeviceId(const QString &deviceId)
 
 int VBoxMachine::restoreFactoryBackup()
 {
-    QMutexLocker session(&m_session);
+    std::lock_guard<std::mutex> session(m_session);
     // The snapshot tree of the machine-readable info is not translated, unlike
     // the answer of "snapshot list" for a machine without snapshots.
     const VBoxManageCall info = m_runner.run(

@@ -4,9 +4,10 @@
 #pragma once
 
 #include <QHash>
-#include <QMutex>
 #include <QString>
-#include <QWaitCondition>
+
+#include <condition_variable>
+#include <mutex>
 
 #include "vmtoolsengine.h"
 
@@ -23,8 +24,9 @@ public:
     bool waitIdle(int timeoutMs);
 
 private:
-    QMutex m_lock;
-    QWaitCondition m_idle;
+    // Standard locks, which thread checkers see (Qt's own are not instrumented).
+    std::mutex m_lock;
+    std::condition_variable m_idle;
     int m_count = 0;
 };
 
@@ -50,7 +52,7 @@ public:
     void update(const VBoxMachineInfo &info);
     // Held around every VBoxManage call that opens a session on the machine:
     // two at once on a powered-off machine make one of them fail.
-    QMutex &session() { return m_session; }
+    std::mutex &session() { return m_session; }
 
     QString name() const override;
     int state() const override;
@@ -67,7 +69,7 @@ private:
     const QString m_uuid;
     const VBoxManageRunner &m_runner;
     CallTracker &m_tracker;
-    QMutex m_session;
-    mutable QMutex m_lock; // the shell reads from its thread while a refresh may update
+    std::mutex m_session;
+    mutable std::mutex m_lock; // the shell reads from its thread while a refresh may update
     VBoxMachineInfo m_info;
 };

@@ -6,7 +6,6 @@
 #include "vboxmanageengine.h"
 
 #include <QDebug>
-#include <QMutexLocker>
 
 #include "vboxkeys.h"
 #include "vboxoutput.h"
@@ -46,17 +45,17 @@ public:
     Sessions &operator=(const Sessions &) = delete;
     ~Sessions()
     {
-        for (QMutex *session : m_held)
+        for (std::mutex *session : m_held)
             session->unlock();
     }
-    void hold(QMutex &session)
+    void hold(std::mutex &session)
     {
         session.lock();
         m_held << &session;
     }
 
 private:
-    QList<QMutex *> m_held;
+    QList<std::mutex *> m_held;
 };
 
 } // namespace
@@ -132,7 +131,7 @@ VBoxMachine *VBoxManageEngine::machine(const QString &uuid)
 
 QList<VBoxMachine *> VBoxManageEngine::refreshMachines()
 {
-    QMutexLocker locker(&m_lock);
+    std::lock_guard<std::mutex> locker(m_lock);
     VBoxManageCall list;
     if (m_firstList) {
         list = *m_firstList;

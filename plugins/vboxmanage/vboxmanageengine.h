@@ -3,9 +3,9 @@
 #pragma once
 
 #include <QHash>
-#include <QMutex>
 #include <QString>
 
+#include <mutex>
 #include <optional>
 
 #include "vboxmachine.h"
@@ -32,7 +32,7 @@ private:
 
     VBoxManageRunner m_runner;
     CallTracker m_backgroundCalls;
-    QMutex m_lock; // one listing at a time
+    std::mutex m_lock; // one listing at a time
     QHash<QString, VBoxMachine *> m_machines; // devices by UUID, owned
     QList<VBoxMachine *> m_listed; // the devices of the last listing
     // The machine list that proved the service reachable, used by the first listing.
