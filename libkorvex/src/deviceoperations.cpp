@@ -255,8 +255,7 @@ int KorvexClient::getDeviceId(QString &deviceId)
 
 int KorvexClient::setDeviceId(const QString &deviceId, QVariant &reply)
 {
-    return write(buildRequest(Request::SetParam, Parameter::DeviceId, deviceId.isEmpty() ? QString(NoDeviceId) : deviceId),
-                 reply);
+    return setStringParam(Parameter::DeviceId, deviceId.isEmpty() ? QString(NoDeviceId) : deviceId, reply);
 }
 
 int KorvexClient::getAndroidId(QString &androidId)
@@ -266,7 +265,7 @@ int KorvexClient::getAndroidId(QString &androidId)
 
 int KorvexClient::setAndroidId(const QString &androidId, QVariant &reply)
 {
-    return write(buildRequest(Request::SetParam, Parameter::AndroidId, androidId), reply);
+    return setStringParam(Parameter::AndroidId, androidId, reply);
 }
 
 int KorvexClient::setClipboard(const QString &text)
