@@ -5,7 +5,7 @@ The agents are korvex-minagent, which costs next to nothing, so that the
 floors are those of the clients: korvex-rawclient (plain sockets) for the
 scripts and korvex-qtclient (a minimal Qt program) for the one-shot run.
 
-Usage: bench.py BUILD_DIR
+Usage: bench.py BUILD_DIR [CASE...]   (cases: script, oneshot, local; all by default)
 
 Every figure is wall time of whole processes, started the same way for the
 shell and for its floor, so process start is in both. Peak memory is the
@@ -13,7 +13,7 @@ largest ru_maxrss that wait4 reports for the shell's runs (it covers the
 shell's reaped children too, so in local mode it is an upper bound).
 
 Environment: KX_BENCH_COMMANDS (commands per script, default 10000),
-KX_BENCH_REPEAT (script and start-up runs per side, default 3),
+KX_BENCH_REPEAT (script runs per side and later local runs, default 3),
 KX_BENCH_ONESHOT_RUNS (one-shot runs per side, default 101).
 """
 
@@ -37,7 +37,10 @@ LAST_PER_REQUEST_VERSION = "2.0.3"
 SCRIPT_LINE = "battery setlevel 50"
 SCRIPT_OUTPUT = "Battery level set to: 50%"
 ONESHOT_COMMAND = "battery getlevel"
-MACHINE_COUNTS = (1, 5, 20)
+# The local listing: hosts of these sizes, and the most a later run may take.
+LISTING_MACHINE_COUNTS = (1, 10, 30, 90)
+LISTING_CALL_DELAY_S = 0.1
+LISTING_TARGETS_S = {1: 0.8, 30: 1.5, 90: 2.5}
 
 SCRIPT_RATIO_TARGET = 1.25
 ONESHOT_RATIO_TARGET = 1.2
@@ -226,64 +229,74 @@ def oneshot_latency(table, build, env):
               "%.2fx" % (ms["help"] / ms["qt"]), "", None, help_rss)
 
 
-def fake_state(count):
+def listing_host(count):
+    """A host with count machines, a third of them (at least one) running Korvex
+    devices and the others the user's own, half of them running; every
+    VBoxManage call takes LISTING_CALL_DELAY_S."""
+    devices = max(1, count // 3)
     machines = []
     for i in range(count):
-        # One running machine: it is selected and its agent version read, as
-        # a user with one device up would see it.
-        machine = {"name": "Device %02d" % (i + 1), "uuid": "00000000-0000-4000-8000-%012d" % i,
-                   "state": "running" if i == 0 else "poweroff",
-                   "extradata": {"korvex/vm-version": "2.8.1", "korvex/android-version": "7.1",
-                                 "korvex/platform": "x86"}}
-        if i == 0:
-            machine["ip"] = LOCAL_AGENT
+        machine = {"name": "Machine %02d" % (i + 1), "uuid": "00000000-0000-4000-8000-%012d" % i,
+                   "state": "running" if i < devices or i % 2 else "poweroff"}
+        if i < devices:
+            # The only device of a one-machine host is selected and its agent asked for its version.
+            machine.update(name="Device %02d" % (i + 1), ip=LOCAL_AGENT,
+                           extradata={"korvex/vm-version": "2.8.1", "korvex/android-version": "7.1",
+                                      "korvex/platform": "x86"})
         machines.append(machine)
-    return {"version": "7.0.14r161095", "machines": machines}
+    return {"version": "7.0.14r161095", "machines": machines, "delay": LISTING_CALL_DELAY_S}
 
 
-def logged_calls(path):
-    """The manager calls the fake logged, one argument list per call."""
+def call_count(path):
+    """The VBoxManage calls the fake logged (its other lines are events, not calls)."""
     with open(path) as f:
-        return [line.split(" ") for line in f.read().splitlines() if line]
+        return sum(1 for line in f.read().splitlines() if line and not line.startswith(("lock conflict",
+                                                                                         "restore cancelled")))
 
 
-def local_startup(table, build, env, work):
+def local_listing(build, env, work):
+    """-c "devices list" in local mode: time and VBoxManage calls, first run on a
+    host (empty product data directory) and the runs after it (directory kept)."""
     shell = os.path.join(build, "korvex-shell")
     manager = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "tests", "fakes",
                            "VBoxManage")
-    figures = {}
-    for count in MACHINE_COUNTS:
-        state = fake_state(count)
-        path = os.path.join(work, "vbox-%d.json" % count)
-        with open(path, "w") as f:
-            json.dump(state, f)
-        local_env = dict(env, KX_VBOXMANAGE=manager, KX_FAKE_VBOX_STATE=path)
-        call_log = os.path.join(work, "vbox-%d.log" % count)
-        shell_times, serial_times, rss = [], [], 0
-        for _ in range(REPEAT):
-            if os.path.exists(call_log):
-                os.remove(call_log)
-            result = checked(run([shell, "-c", "devices list"], dict(local_env, KX_FAKE_VBOX_LOG=call_log)),
-                             "local start-up", expected_text="Device %02d" % count)
-            shell_times.append(result.seconds)
+    rows, missed, rss = [], False, 0
+    for count in LISTING_MACHINE_COUNTS:
+        host = os.path.join(work, "host-%d" % count)
+        os.makedirs(host)
+        state = os.path.join(host, "vbox.json")
+        with open(state, "w") as f:
+            json.dump(listing_host(count), f)
+        calls = os.path.join(host, "calls.log")
+        local_env = dict(env, KX_VBOXMANAGE=manager, KX_FAKE_VBOX_STATE=state, KX_FAKE_VBOX_LOG=calls,
+                         KX_HOME=os.path.join(host, "kx"))
+        figures = {"first": [], "later": []}
+        for attempt in range(1 + REPEAT):
+            if os.path.exists(calls):
+                os.remove(calls)
+            result = checked(run([shell, "-c", "devices list"], local_env), "local listing",
+                             expected_text="Device 01")
             rss = max(rss, result.maxrss_kb)
-            # The floor: the very calls the shell made, one after the other.
-            serial = 0.0
-            for call in logged_calls(call_log):
-                serial += checked(run([manager] + call, local_env), "VBoxManage %s" % call[0]).seconds
-            serial_times.append(serial)
-        shell_s, serial_s = statistics.median(shell_times), statistics.median(serial_times)
-        figures[count] = (shell_s, serial_s)
-        overlap_expected = count > 1
-        table.add("local start-up, %d machine%s" % (count, "" if count == 1 else "s"), "%.0f ms" % (shell_s * 1e3),
-                  "%.0f ms serial calls" % (serial_s * 1e3), "%.2fx" % (shell_s / serial_s),
-                  "< 1x (overlap)" if overlap_expected else "", shell_s < serial_s if overlap_expected else None,
-                  rss)
-    first, last = MACHINE_COUNTS[0], MACHINE_COUNTS[-1]
-    extra = last - first
-    growth = [(figures[last][i] - figures[first][i]) / extra * 1e3 for i in (0, 1)]
-    table.add("  growth per machine, %d to %d" % (first, last), "%.1f ms" % growth[0],
-              "%.1f ms serial calls" % growth[1], "%.2fx" % (growth[0] / growth[1]), "", None, None)
+            figures["first" if attempt == 0 else "later"].append((result.seconds, call_count(calls)))
+        first_s, first_calls = figures["first"][0]
+        later_s = statistics.median(s for s, _ in figures["later"])
+        later_calls = max(c for _, c in figures["later"])
+        target = LISTING_TARGETS_S.get(count)
+        passed = None if target is None else later_s <= target
+        missed |= passed is False
+        rows.append((str(count), str(max(1, count // 3)), "%.0f ms" % (first_s * 1e3), str(first_calls),
+                     "%.0f ms" % (later_s * 1e3), str(later_calls),
+                     "" if target is None else "<= %.0f ms" % (target * 1e3),
+                     "-" if passed is None else ("PASS" if passed else "MISS")))
+    header = ("machines", "devices", "first run", "calls", "later runs (median)", "calls", "target", "result")
+    widths = [max(len(row[i]) for row in rows + [header]) for i in range(len(header))]
+    print("\nlocal -c \"devices list\", VBoxManage calls of %.1f s each (%d later runs):"
+          % (LISTING_CALL_DELAY_S, REPEAT))
+    for row in [header, tuple("-" * w for w in widths)] + rows:
+        print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
+    print("peak memory of these runs: %.1f MB (an upper bound: it covers the reaped VBoxManage calls)"
+          % (rss / 1024))
+    return missed
 
 
 def busy_seconds():
@@ -307,8 +320,15 @@ def print_foreign_load(start_busy, start_ours, start_wall):
           % (share * 100, "; figures may be noisy" if share > QUIET_SHARE else ""))
 
 
+CASES = ("script", "oneshot", "local")
+
+
 def main():
     build = os.path.abspath(sys.argv[1])
+    cases = sys.argv[2:] or list(CASES)
+    unknown = [case for case in cases if case not in CASES]
+    if unknown:
+        sys.exit("bench: unknown case %s (cases: %s)" % (", ".join(unknown), ", ".join(CASES)))
     start_busy, start_ours, start_wall = busy_seconds(), our_seconds(), time.monotonic()
     print("korvex-shell benchmarks: %s, %d CPUs" % (build, os.cpu_count()))
     tmpfs = "/dev/shm" if os.path.isdir("/dev/shm") else None
@@ -325,18 +345,23 @@ def main():
                                  (LOCAL_AGENT, None)):
             simulators.append(Simulator(build, address, work, version))
         table = Table()
-        script_throughput(table, build, env, work, {s.address: s for s in simulators})
-        oneshot_latency(table, build, env)
-        local_startup(table, build, env, work)
-        print()
-        table.print()
-        return 1 if table.missed else 0
+        if "script" in cases:
+            script_throughput(table, build, env, work, {s.address: s for s in simulators})
+        if "oneshot" in cases:
+            oneshot_latency(table, build, env)
+        missed = False
+        if table.rows:
+            print()
+            table.print()
+            missed = table.missed
+        if "local" in cases:
+            missed |= local_listing(build, env, work)
+        return 1 if missed else 0
     finally:
         for simulator in simulators:
             simulator.stop()
         print_foreign_load(start_busy, start_ours, start_wall)
         shutil.rmtree(work, ignore_errors=True)
-
 
 if __name__ == "__main__":
     sys.exit(main())

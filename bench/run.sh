@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds what the benchmarks need (Release, build-bench/ unless KX_BENCH_BUILD_DIR
 # says otherwise) and runs them: the shell and its floors in the same run, one
-# table of figures on stdout. Exit status 0 when every target is met.
+# table of figures on stdout. Exit status 0 when every target is met. Arguments
+# choose cases (script, oneshot, local); all by default.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -19,4 +20,4 @@ if ! { [ -f "$BENCH_BUILD_DIR/CMakeCache.txt" ] || cmake -S . -B "$BENCH_BUILD_D
     exit 1
 fi
 
-exec /usr/bin/python3 bench/bench.py "$BENCH_BUILD_DIR"
+exec /usr/bin/python3 bench/bench.py "$BENCH_BUILD_DIR" "$@"

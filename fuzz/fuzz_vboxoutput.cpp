@@ -5,6 +5,7 @@
 
 #include <QString>
 
+#include "guestaddress.h"
 #include "vboxoutput.h"
 #include "vmtoolsengine.h"
 
@@ -42,8 +43,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         FUZZ_CHECK(values.values().contains(name));
 
     const QHash<QString, QString> properties = VBoxOutput::parseGuestProperties(text);
-    // An address is only ever one the guest reported.
-    const QString address = VBoxOutput::reachableAddress(values, properties);
-    FUZZ_CHECK(address.isEmpty() || properties.values().contains(address));
+    // An address is only ever one the guest reported, and there is always a reason.
+    const GuestAddress::Choice choice = GuestAddress::choose(values, properties);
+    FUZZ_CHECK(choice.address.isEmpty() || properties.values().contains(choice.address));
+    FUZZ_CHECK(!choice.reason.isEmpty());
     return 0;
 }

@@ -4,7 +4,8 @@
 
 namespace VBoxKeys {
 
-// Only machines carrying this key are Korvex devices.
+// Extra-data keys of Korvex start so; only machines carrying VmVersion are devices.
+constexpr char Prefix[] = "korvex/";
 constexpr char VmVersion[] = "korvex/vm-version";
 constexpr char AndroidVersion[] = "korvex/android-version";
 constexpr char Platform[] = "korvex/platform";

@@ -35,7 +35,8 @@ struct VBoxMachineInfo
     QString name;
     int state = VMToolsMachineState::Unknown;
     QString ipAddress;
-    QHash<QString, QString> extraData;
+    QString addressReason; // how ipAddress was chosen, logged when it changes
+    QHash<QString, QString> extraData; // the Korvex keys
 };
 
 class VBoxMachine final : public VirtualMachine

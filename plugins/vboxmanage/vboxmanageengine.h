@@ -3,13 +3,16 @@
 #pragma once
 
 #include <QHash>
+#include <QSet>
 #include <QString>
 
 #include <mutex>
 #include <optional>
 
+#include "markercache.h"
 #include "vboxmachine.h"
 #include "vboxmanagerunner.h"
+#include "vboxoutput.h"
 #include "vmtoolsengine.h"
 
 class VBoxManageEngine final : public VMToolsEngine
@@ -27,7 +30,23 @@ public:
     VirtualMachine *findMachine(const QString &name) override;
 
 private:
+    // What "list vms" and "list runningvms" printed, asked at once.
+    struct MachineLists
+    {
+        VBoxManageCall all;
+        VBoxManageCall running;
+    };
+    // A device being listed and the facts this listing found.
+    struct Listed
+    {
+        VBoxMachine *machine;
+        VBoxMachineInfo info;
+    };
+
     QList<VBoxMachine *> refreshMachines();
+    MachineLists machineLists();
+    QList<Listed> findDevices(const QList<VBoxOutput::MachineEntry> &entries);
+    void readDevices(QList<Listed> &devices, const std::optional<QSet<QString>> &running);
     VBoxMachine *machine(const QString &uuid);
 
     VBoxManageRunner m_runner;
@@ -35,7 +54,8 @@ private:
     std::mutex m_lock; // one listing at a time
     QHash<QString, VBoxMachine *> m_machines; // devices by UUID, owned
     QList<VBoxMachine *> m_listed; // the devices of the last listing
-    // The machine list that proved the service reachable, used by the first listing.
-    std::optional<VBoxManageCall> m_firstList;
+    // The machine lists that proved the service reachable, used by the first listing.
+    std::optional<MachineLists> m_firstLists;
+    MarkerCache m_markers{MarkerCache::defaultPath()};
     QString m_version;
 };

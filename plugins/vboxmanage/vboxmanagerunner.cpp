@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <deque>
 #include <memory>
@@ -84,7 +85,10 @@ QString VBoxManageCall::describe() const
     return failure.isEmpty() ? command : command + QLatin1Char(' ') + failure;
 }
 
-VBoxManageRunner::VBoxManageRunner() : m_environment(QProcessEnvironment::systemEnvironment())
+VBoxManageRunner::VBoxManageRunner()
+    : m_environment(QProcessEnvironment::systemEnvironment()),
+      m_concurrentCalls(qBound(MinConcurrentCalls, ConcurrentCallsPerCore * QThread::idealThreadCount(),
+                               MaxConcurrentCalls))
 {
     m_program = qEnvironmentVariable(ProgramVariable);
     if (m_program.isEmpty())
@@ -143,7 +147,7 @@ QList<VBoxManageCall> VBoxManageRunner::runAll(const QList<QStringList> &calls, 
         ++next;
     };
 
-    while (next < calls.size() && int(running.size()) < MaxConcurrentCalls)
+    while (next < calls.size() && int(running.size()) < m_concurrentCalls)
         launch();
     while (!running.empty()) {
         Running oldest = std::move(running.front());

@@ -34,7 +34,11 @@ public:
     // A call past its time-out is asked to stop (SIGTERM, which makes VBoxManage
     // cancel what it started) and killed only if it is still there after this.
     static constexpr int StopGraceMs = 5000;
-    static constexpr int MaxConcurrentCalls = 12;
+    // A call spends most of its time waiting for the VirtualBox service, not on
+    // a CPU: a listing runs this many calls per core at once, within bounds.
+    static constexpr int ConcurrentCallsPerCore = 12;
+    static constexpr int MinConcurrentCalls = 8;
+    static constexpr int MaxConcurrentCalls = 48;
 
     VBoxManageRunner();
 
@@ -48,4 +52,5 @@ private:
     QString m_program;
     QProcessEnvironment m_environment;
     int m_timeoutOverrideMs = 0; // KX_VBOXMANAGE_TIMEOUT_MS: one time-out for every call
+    int m_concurrentCalls;
 };

@@ -2,7 +2,6 @@
 #include "vboxoutput.h"
 
 #include <QRegularExpression>
-#include <QSet>
 
 #include "vmtoolsengine.h"
 
@@ -45,11 +44,6 @@ const StateName StateNames[] = {
     {"faulttolerantsyncing", VMToolsMachineState::Process},
 };
 
-// Adapter attachments (nicN) whose guest address the host can reach.
-const char *const ReachableAttachments[] = {"hostonly", "bridged", "hostonlynetwork"};
-
-const char GuestNetPrefix[] = "/VirtualBox/GuestInfo/Net/";
-
 QStringList lines(const QString &text)
 {
     QStringList result = text.split(QLatin1Char('\n'));
@@ -77,11 +71,6 @@ QString unescape(const QString &value)
     return result;
 }
 
-QString guestNet(int interface, const char *leaf)
-{
-    return QStringLiteral("%1%2/%3").arg(QLatin1String(GuestNetPrefix)).arg(interface).arg(QLatin1String(leaf));
-}
-
 } // namespace
 
 QList<MachineEntry> parseMachineList(const QString &text)
@@ -100,7 +89,8 @@ QHash<QString, QString> parseExtraData(const QString &text)
 {
     // The labels are translated; the key is what lies between the first label
     // and the shortest ", <label>: " after it.
-    static const QRegularExpression pair(QStringLiteral("^[^:,]+: (.+?), [^:,]+: (.*)$"));
+    // An empty value may have lost its blank to a wrapper that trims lines.
+    static const QRegularExpression pair(QStringLiteral("^[^:,]+: (.+?), [^:,]+:(?: (.*))?$"));
     QHash<QString, QString> result;
     for (const QString &line : lines(text)) {
         const QRegularExpressionMatch match = pair.match(line);
@@ -128,8 +118,10 @@ QHash<QString, QString> parseMachineReadable(const QString &text)
 
 QHash<QString, QString> parseGuestProperties(const QString &text)
 {
-    // 5.2 and 6.1: `Name: <name>, value: <value>, timestamp: <ns>, flags: <flags>`.
-    static const QRegularExpression old(QStringLiteral("^[^:,]+: (\\S+), [^:,]+: (.*), [^:,]+: -?\\d+, [^:,]+: .*$"));
+    // 5.2 and 6.1: `Name: <name>, value: <value>, timestamp: <ns>, flags: <flags>`, where
+    // the blank after an empty flags field is gone once a wrapper or log collector trims lines.
+    static const QRegularExpression old(
+        QStringLiteral("^[^:,]+: (\\S+), [^:,]+: (.*), [^:,]+: -?\\d+, [^:,]+:(?: .*)?$"));
     // 7.0 and later: `<name padded> = '<value>'`, then padding, `@ <time>` and the flags.
     static const QRegularExpression table(QStringLiteral("^(\\S+) *= '(.*)'(?: +@ [^']*)?$"));
     QHash<QString, QString> result;
@@ -162,33 +154,6 @@ bool hasSnapshot(const QHash<QString, QString> &info, const QString &name)
             return true;
     }
     return false;
-}
-
-QString reachableAddress(const QHash<QString, QString> &info, const QHash<QString, QString> &guestProperties)
-{
-    static const QRegularExpression adapter(QStringLiteral("^nic(\\d+)$"));
-    static const QRegularExpression ipv4(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}$"));
-    QSet<QString> reachableMacs;
-    for (auto it = info.cbegin(); it != info.cend(); ++it) {
-        const QRegularExpressionMatch match = adapter.match(it.key());
-        if (!match.hasMatch())
-            continue;
-        for (const char *attachment : ReachableAttachments) {
-            if (it.value() == QLatin1String(attachment))
-                reachableMacs << info.value(QStringLiteral("macaddress") + match.captured(1)).toUpper();
-        }
-    }
-    reachableMacs.remove(QString());
-
-    // The guest numbers its interfaces in its own order, from 0 without gaps.
-    for (int interface = 0;; ++interface) {
-        const QString ip = guestProperties.value(guestNet(interface, "V4/IP"));
-        const QString mac = guestProperties.value(guestNet(interface, "MAC")).toUpper();
-        if (ip.isEmpty() && mac.isEmpty())
-            return QString();
-        if (reachableMacs.contains(mac) && ipv4.match(ip).hasMatch())
-            return ip;
-    }
 }
 
 int machineState(const QString &vmState)

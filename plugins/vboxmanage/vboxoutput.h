@@ -29,9 +29,6 @@ QHash<QString, QString> parseGuestProperties(const QString &text);
 QString lastLine(const QString &text);
 // Whether the snapshot tree of parsed machine-readable info has a snapshot of this name.
 bool hasSnapshot(const QHash<QString, QString> &info, const QString &name);
-// The guest's IPv4 address on an adapter the host can reach (host-only or bridged),
-// from the adapters of showvminfo and the guest's interfaces; empty when there is none.
-QString reachableAddress(const QHash<QString, QString> &info, const QHash<QString, QString> &guestProperties);
 // A VMState value of showvminfo as a VMToolsMachineState code.
 int machineState(const QString &vmState);
 
