@@ -51,7 +51,7 @@ int Prompt::batterySetLevel(const QStringList &params)
     }
 
     QVariant reply;
-    const int result = m_client->setBatteryLevel(level, reply);
+    const KorvexClient::RequestResult result = m_client->setBatteryLevel(level, reply);
     if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
         return -1;
     m_out << "Battery level set to: " << params[0] << "%" << Qt::endl;
@@ -91,7 +91,7 @@ int Prompt::batterySetStatus(const QStringList &params)
         status = NotChargingStatus;
 
     QVariant reply;
-    const int result = m_client->setBatteryStatus(status, reply);
+    const KorvexClient::RequestResult result = m_client->setBatteryStatus(status, reply);
     if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
         return -1;
     m_out << "Battery status set to: " << word << Qt::endl;

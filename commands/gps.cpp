@@ -6,27 +6,13 @@
 #include <QTextStream>
 #include <QVariant>
 
+#include "gpsranges.h"
 #include "korvexclient.h"
 #include "requestoutcome.h"
 
 using RequestOutcome::AcceptInformation;
 
 namespace {
-
-// Lower bounds are always inclusive. The upper bound of the angular values is
-// excluded (90 is no latitude, 359.5 is a bearing) while lengths include it.
-struct CoordinateRange
-{
-    double lower;
-    double upper;
-    bool upperIncluded;
-};
-
-constexpr CoordinateRange LatitudeRange{-90, 90, false};
-constexpr CoordinateRange LongitudeRange{-180, 180, false};
-constexpr CoordinateRange AltitudeRange{-10000, 10000, true};
-constexpr CoordinateRange AccuracyRange{0, 200, true};
-constexpr CoordinateRange BearingRange{0, 360, false};
 
 constexpr int SignificantDigits = 6;
 
@@ -56,16 +42,16 @@ int Prompt::gpsGetCoordinate(const QStringList &params, const QString &name, Coo
 }
 
 int Prompt::gpsSetCoordinate(const QStringList &params, const QString &name, CoordinateSetter setter,
-                             double lower, double upper, bool lowerIncluded, bool upperIncluded)
+                             const GpsRanges::Range &range)
 {
     // The range is checked before the device, and words after the value are ignored.
-    if (checkParams(params, 1, true) || checkLimits(params[0], lower, upper, lowerIncluded, upperIncluded)
-        || checkDevice())
+    double value = 0;
+    if (checkParams(params, 1, true)
+        || checkLimits(params[0], range.lower, range.upper, true, range.upperIncluded, &value) || checkDevice())
         return -1;
 
-    const double value = QLocale().toDouble(params[0]);
     QVariant reply;
-    const int result = (m_client->*setter)(value, reply);
+    const KorvexClient::RequestResult result = (m_client->*setter)(value, reply);
     if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
         return -1;
     m_out << QString("GPS %1 set to: %2").arg(name, formatCoordinate(value)) << Qt::endl;
@@ -109,8 +95,7 @@ int Prompt::gpsGetLatitude(const QStringList &params)
 
 int Prompt::gpsSetLatitude(const QStringList &params)
 {
-    return gpsSetCoordinate(params, "Latitude", &KorvexClient::setGpsLatitude, LatitudeRange.lower,
-                            LatitudeRange.upper, true, LatitudeRange.upperIncluded);
+    return gpsSetCoordinate(params, "Latitude", &KorvexClient::setGpsLatitude, GpsRanges::Latitude);
 }
 
 int Prompt::gpsGetLongitude(const QStringList &params)
@@ -120,8 +105,7 @@ int Prompt::gpsGetLongitude(const QStringList &params)
 
 int Prompt::gpsSetLongitude(const QStringList &params)
 {
-    return gpsSetCoordinate(params, "Longitude", &KorvexClient::setGpsLongitude, LongitudeRange.lower,
-                            LongitudeRange.upper, true, LongitudeRange.upperIncluded);
+    return gpsSetCoordinate(params, "Longitude", &KorvexClient::setGpsLongitude, GpsRanges::Longitude);
 }
 
 int Prompt::gpsGetAltitude(const QStringList &params)
@@ -131,8 +115,7 @@ int Prompt::gpsGetAltitude(const QStringList &params)
 
 int Prompt::gpsSetAltitude(const QStringList &params)
 {
-    return gpsSetCoordinate(params, "Altitude", &KorvexClient::setGpsAltitude, AltitudeRange.lower,
-                            AltitudeRange.upper, true, AltitudeRange.upperIncluded);
+    return gpsSetCoordinate(params, "Altitude", &KorvexClient::setGpsAltitude, GpsRanges::Altitude);
 }
 
 int Prompt::gpsGetAccuracy(const QStringList &params)
@@ -142,8 +125,7 @@ int Prompt::gpsGetAccuracy(const QStringList &params)
 
 int Prompt::gpsSetAccuracy(const QStringList &params)
 {
-    return gpsSetCoordinate(params, "Accuracy", &KorvexClient::setGpsAccuracy, AccuracyRange.lower,
-                            AccuracyRange.upper, true, AccuracyRange.upperIncluded);
+    return gpsSetCoordinate(params, "Accuracy", &KorvexClient::setGpsAccuracy, GpsRanges::Accuracy);
 }
 
 int Prompt::gpsGetBearing(const QStringList &params)
@@ -153,6 +135,5 @@ int Prompt::gpsGetBearing(const QStringList &params)
 
 int Prompt::gpsSetBearing(const QStringList &params)
 {
-    return gpsSetCoordinate(params, "Bearing", &KorvexClient::setGpsBearing, BearingRange.lower,
-                            BearingRange.upper, true, BearingRange.upperIncluded);
+    return gpsSetCoordinate(params, "Bearing", &KorvexClient::setGpsBearing, GpsRanges::Bearing);
 }

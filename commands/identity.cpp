@@ -86,7 +86,7 @@ int Prompt::androidSetDeviceId(const QStringList &params)
     }
 
     QVariant reply;
-    const int result = m_client->setDeviceId(deviceId, reply);
+    const KorvexClient::RequestResult result = m_client->setDeviceId(deviceId, reply);
     if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
         return -1;
 
@@ -140,7 +140,7 @@ int Prompt::androidSetAndroidId(const QStringList &params)
     }
 
     QVariant reply;
-    const int result = m_client->setAndroidId(androidId, reply);
+    const KorvexClient::RequestResult result = m_client->setAndroidId(androidId, reply);
     if (!RequestOutcome::report(m_out, result, AcceptInformation, reply))
         return -1;
 

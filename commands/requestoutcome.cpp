@@ -8,7 +8,7 @@
 
 namespace RequestOutcome {
 
-bool report(QTextStream &out, int result, Information information, const QVariant &reply)
+bool report(QTextStream &out, KorvexClient::RequestResult result, Information information, const QVariant &reply)
 {
     switch (result) {
     case KorvexClient::Ok:
@@ -29,7 +29,7 @@ bool report(QTextStream &out, int result, Information information, const QVarian
     return false;
 }
 
-bool report(QTextStream &out, int result)
+bool report(QTextStream &out, KorvexClient::RequestResult result)
 {
     return report(out, result, RefuseInformation, QVariant());
 }

@@ -2,6 +2,8 @@
 // handler only says whether it takes OkWithInformation as a success.
 #pragma once
 
+#include "korvexclient.h"
+
 class QTextStream;
 class QVariant;
 
@@ -12,7 +14,7 @@ enum Information { RefuseInformation, AcceptInformation };
 // True when the command goes on as after success. A failure prints
 // "Device unreachable." or "Unknown error. Result code: N"; an accepted
 // OkWithInformation first prints its information text on a line of its own.
-bool report(QTextStream &out, int result, Information information, const QVariant &reply);
-bool report(QTextStream &out, int result);
+bool report(QTextStream &out, KorvexClient::RequestResult result, Information information, const QVariant &reply);
+bool report(QTextStream &out, KorvexClient::RequestResult result);
 
 } // namespace RequestOutcome

@@ -37,7 +37,7 @@ int Prompt::rotationSetAngle(const QStringList &params)
     const double y = Gravity * std::cos(radians);
 
     QVariant reply;
-    const int result = m_client->setAccelerometer(reply, x, y, TiltGravity);
+    const KorvexClient::RequestResult result = m_client->setAccelerometer(reply, x, y, TiltGravity);
     if (!RequestOutcome::report(m_out, result, RequestOutcome::AcceptInformation, reply))
         return -1;
     m_out << "Device angle of rotation set to: " << QString::number(angle) << Qt::endl;

@@ -3,7 +3,8 @@
 
 #include "vmtoolsengine.h"
 
-Device::Device(const QString &name, const QHostAddress &address, int type, int state, VirtualMachine *machine)
+Device::Device(const QString &name, const QHostAddress &address, int type, MachineState state,
+               VirtualMachine *machine)
     : m_name(name), m_address(address), m_type(type), m_state(state), m_machine(machine)
 {
 }

@@ -123,9 +123,9 @@ int Prompt::devicesSelect(const QStringList &params)
         m_out << "Try to autoselect a device" << Qt::endl;
         selected = m_engine->autoSelect();
     } else {
-        if (checkParams(params, 1) != 0 || checkIntParameter(params, 0) != 0)
+        int id = 0;
+        if (checkParams(params, 1) != 0 || checkIntParameter(params, 0, &id) != 0)
             return -1;
-        const int id = params.first().toInt();
         m_out << "Selecting device id " << id << Qt::endl;
         selected = m_engine->selectDevice(id);
     }

@@ -4,22 +4,15 @@
 #include <QTextStream>
 
 #include "korvexclient.h"
+#include "requestoutcome.h"
 
 int Prompt::devicesPing(const QStringList &params)
 {
     if (checkParams(params, 0) != 0 || checkDevice() != 0)
         return -1;
 
-    const int result = m_client->ping();
-    switch (result) {
-    case KorvexClient::Ok:
-        m_out << "Pong received" << Qt::endl;
-        return 0;
-    case KorvexClient::NetworkError:
-        m_out << "Device unreachable." << Qt::endl;
+    if (!RequestOutcome::report(m_out, m_client->ping()))
         return -1;
-    default:
-        m_out << "Unknown error. Result code: " << result << Qt::endl;
-        return -1;
-    }
+    m_out << "Pong received" << Qt::endl;
+    return 0;
 }

@@ -16,18 +16,12 @@ namespace {
 
 const char PluginName[] = "vboxmanage";
 const char PluginDirectory[] = "/plugins/";
-// Reported when no engine got far enough to give a status of its own.
-constexpr int NoEngineState = 1;
-// Statuses under which the plug-in's engine can be used.
-constexpr int UsableStates[] = {0, 3};
-constexpr int RestoreDone = 0;
-constexpr int RestoreNoBackup = 1;
 // Every machine of the plug-in is a virtual device.
 constexpr int VirtualDeviceType = 1;
 
 bool isUsable(const VMToolsStatus &status)
 {
-    return std::find(std::begin(UsableStates), std::end(UsableStates), status.state) != std::end(UsableStates);
+    return status.state == EngineStatus::Ready || status.state == EngineStatus::Degraded;
 }
 
 // Opens the plug-in and returns its engine when it is usable; the status is
@@ -90,11 +84,11 @@ void VirtualMachineEngine::loadPlugin()
         return;
     }
     VMToolsStatus status;
-    status.state = NoEngineState;
+    status.state = EngineStatus::NotLoaded;
     status.message.clear();
     m_engine = openPlugin(status);
     if (!m_engine)
-        qCritical() << "Failed to load engine, state" << status.state;
+        qCritical() << "Failed to load engine, state" << static_cast<int>(status.state);
 }
 
 void VirtualMachineEngine::onFinishedPluginLoad()
@@ -159,13 +153,13 @@ int VirtualMachineEngine::restoreFactoryBackup(const QString &name)
         return -1;
     }
 
-    const int code = machine->restoreFactoryBackup();
-    if (code == RestoreDone) {
+    const RestoreResult code = machine->restoreFactoryBackup();
+    if (code == RestoreResult::Restored) {
         out << "Restoring the original backup completed" << Qt::endl;
         return 0;
     }
     out << "Restoring the original backup failed" << Qt::endl;
-    if (code == RestoreNoBackup)
+    if (code == RestoreResult::NoFactoryBackup)
         out << "Reason: initial backup not found" << Qt::endl;
     else
         out << "Reason: error with VirtualBox. Check the korvex-shell.log file" << Qt::endl;

@@ -1,13 +1,8 @@
-// Usage-event hook: forwards events to the installed sink, if any. start()
-// brings up the usage statistics when the settings stores enable them.
+// Usage-event hook: forwards events to the installed sink, if any.
 #include "usageevents.h"
 
-#include <QCoreApplication>
 #include <QMutex>
 #include <QMutexLocker>
-#include <QPointer>
-
-#include "usagestatistics.h"
 
 namespace UsageEvents {
 namespace {
@@ -18,16 +13,8 @@ QString s_component;
 
 void start(const QString &component)
 {
-    {
-        QMutexLocker locker(&s_lock);
-        s_component = component;
-    }
-    // Owned by the application, so it goes before the application does.
-    static QPointer<UsageStatistics> statistics;
-    if (!statistics)
-        statistics = UsageStatistics::fromSettings(QCoreApplication::instance());
-    if (statistics)
-        setSink(statistics);
+    QMutexLocker locker(&s_lock);
+    s_component = component;
 }
 
 void setSink(Sink *sink)

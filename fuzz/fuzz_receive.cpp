@@ -25,7 +25,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     size_t position = 0;
     int chunks = 0;
     while (position < size) {
-        const size_t length = qMin<size_t>(data[position++], size - position);
+        const size_t announced = data[position];
+        ++position;
+        const size_t length = qMin<size_t>(announced, size - position);
         const int before = replies + requests;
         client.receiveChunk(Fuzz::bytes(data + position, length));
         position += length;

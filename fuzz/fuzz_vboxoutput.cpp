@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (auto it = values.cbegin(); it != values.cend(); ++it) {
         FUZZ_CHECK(!it.key().isEmpty() && !it.key().contains('=') && !it.key().contains('"'));
         const int state = VBoxOutput::machineState(it.value());
-        FUZZ_CHECK(state >= VMToolsMachineState::Unknown && state <= VMToolsMachineState::Aborted);
+        FUZZ_CHECK(state >= MachineState::UnknownState && state <= MachineState::Aborted);
     }
 
     // A snapshot found by name is one of the values read.

@@ -100,10 +100,13 @@ int Prompt::checkIntParameter(const QStringList &params, int indexOfInt, int *va
     return 0;
 }
 
-int Prompt::checkLimits(const QString &param, double lower, double upper, bool lowerIncluded, bool upperIncluded)
+int Prompt::checkLimits(const QString &param, double lower, double upper, bool lowerIncluded, bool upperIncluded,
+                        double *parsed)
 {
     bool ok = false;
     const double value = QLocale().toDouble(param, &ok);
+    if (parsed)
+        *parsed = value;
     const bool aboveLower = lowerIncluded ? lower <= value : lower < value;
     const bool belowUpper = upperIncluded ? value <= upper : value < upper;
     if (ok && aboveLower && belowUpper)

@@ -33,25 +33,20 @@ std::atomic<bool> s_lineAbandoned{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "used from a signal handler");
 const char InterruptPrompt[] = "\n" KORVEX_PROMPT_TEXT;
 
-// Writes the prompt, on a new line when asked, and optionally drops the line.
-void writePrompt(QTextStream &out, bool newLine, bool clearInput)
-{
-    if (newLine)
-        out << Qt::endl;
-    out << PromptText << Qt::flush;
-    if (clearInput)
-        s_inputLine.clear();
-}
-
 } // namespace
 
 // ---------------------------------------------------------------------------
 // Prompt and loop
 // ---------------------------------------------------------------------------
 
+// Writes the prompt, on a new line when asked, and optionally drops the line.
 void Prompt::displayPrompt(bool newLine, bool clearInput)
 {
-    writePrompt(m_out, newLine, clearInput);
+    if (newLine)
+        m_out << Qt::endl;
+    m_out << PromptText << Qt::flush;
+    if (clearInput)
+        s_inputLine.clear();
 }
 
 // Ctrl-C does not end the shell: it abandons the line and prompts afresh.

@@ -65,6 +65,10 @@ void Prompt::loopThread()
         qWarning() << StopLogLine;
     }
 
+    // The pool thread outlives the event loop: a socket left to it would never be deleted.
+    if (m_client)
+        m_client->closeConnection();
+
     // exit() must run in the thread of the event loop it ends.
     QMetaObject::invokeMethod(
         m_app, [status] { QCoreApplication::exit(status); }, Qt::QueuedConnection);
@@ -159,11 +163,12 @@ int Prompt::version(const QStringList &params)
 
 int Prompt::pause(const QStringList &params)
 {
-    if (checkParams(params, 1) || checkIntParameter(params, 0))
+    int seconds = 0;
+    if (checkParams(params, 1) || checkIntParameter(params, 0, &seconds))
         return -1;
     // Milliseconds wrap as a 32-bit int would; a negative duration makes
     // nanosleep fail at once, which counts as no pause at all.
-    const int milliseconds = int(quint32(params.at(0).toInt()) * quint32(MillisecondsPerSecond));
+    const int milliseconds = int(quint32(seconds) * quint32(MillisecondsPerSecond));
     timespec duration;
     duration.tv_sec = milliseconds / MillisecondsPerSecond;
     duration.tv_nsec = (milliseconds % MillisecondsPerSecond) * NanosecondsPerMillisecond;

@@ -13,6 +13,7 @@
 #include "prompt.h"
 #include "settings.h"
 #include "usageevents.h"
+#include "usagestatistics.h"
 
 namespace {
 
@@ -110,6 +111,10 @@ int main(int argc, char **argv)
                << QCoreApplication::applicationVersion();
 
     UsageEvents::start(UsageComponent);
+    // Owned by the application, so that it goes before the application does;
+    // with statistics off there is none and events are dropped.
+    if (UsageStatistics *statistics = UsageStatistics::fromSettings(&app))
+        UsageEvents::setSink(statistics);
 
     auto *prompt = new Prompt(&app, connectionMode, deviceAddress, command, commandFileName);
     const int status = app.exec();

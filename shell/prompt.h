@@ -17,9 +17,12 @@
 #include <QVector>
 
 #include "keyreader.h"
+#include "korvexclient.h"
 
 class QCoreApplication;
-class KorvexClient;
+namespace GpsRanges {
+struct Range;
+}
 class RemoteDevice;
 class VirtualMachineEngine;
 
@@ -63,8 +66,9 @@ public:
     int checkParams(const QStringList &params, int expectedParamNb, bool orMore = false);
     // The parsed integer goes to value, when given, so that it is parsed once.
     int checkIntParameter(const QStringList &params, int indexOfInt, int *value = nullptr);
+    // The parsed number goes to value, when given, so that it is parsed once.
     int checkLimits(const QString &param, double lower, double upper,
-                    bool lowerIncluded = true, bool upperIncluded = true);
+                    bool lowerIncluded = true, bool upperIncluded = true, double *value = nullptr);
     int checkDevice();
 
     // Identity generators (rand() is never seeded, so sequences repeat per run).
@@ -115,11 +119,11 @@ private:
     int batterySetMode(const QStringList &params);
 
     // gps
-    typedef int (KorvexClient::*CoordinateGetter)(double &value);
-    typedef int (KorvexClient::*CoordinateSetter)(double value, QVariant &reply);
+    typedef KorvexClient::RequestResult (KorvexClient::*CoordinateGetter)(double &value);
+    typedef KorvexClient::RequestResult (KorvexClient::*CoordinateSetter)(double value, QVariant &reply);
     int gpsGetCoordinate(const QStringList &params, const QString &name, CoordinateGetter getter);
     int gpsSetCoordinate(const QStringList &params, const QString &name, CoordinateSetter setter,
-                         double lower, double upper, bool lowerIncluded, bool upperIncluded);
+                         const GpsRanges::Range &range);
     int gpsGetStatus(const QStringList &params);
     int gpsSetStatus(const QStringList &params);
     int gpsGetLatitude(const QStringList &params);
@@ -134,7 +138,7 @@ private:
     int gpsSetBearing(const QStringList &params);
 
     // Read-only text queries: no argument, a usable device, one line label + text.
-    typedef int (KorvexClient::*TextGetter)(QString &text);
+    typedef KorvexClient::RequestResult (KorvexClient::*TextGetter)(QString &text);
     int queryText(const QStringList &params, const QString &label, TextGetter getter);
 
     // rotation, capabilities and versions

@@ -74,7 +74,7 @@ bool fillValue(Korvex::Value *value, const QVariant &host)
     }
 }
 
-int convertValue(const Korvex::Value &value, QVariant &host)
+KorvexClient::RequestResult convertValue(const Korvex::Value &value, QVariant &host)
 {
     switch (value.type()) {
     case Korvex::Value::Bool:
@@ -119,7 +119,7 @@ QString descriptionText(const Korvex::Status &status)
     return QString::fromUtf8(status.description().data(), static_cast<int>(status.description().size()));
 }
 
-int errorResult(Korvex::Status::Code code)
+KorvexClient::RequestResult errorResult(Korvex::Status::Code code)
 {
     switch (code) {
     case Korvex::Status::Ok:
@@ -205,6 +205,13 @@ void KorvexClient::dropForeignSocket()
     m_socket = nullptr;
 }
 
+void KorvexClient::closeConnection()
+{
+    dropForeignSocket();
+    delete m_socket;
+    m_socket = nullptr;
+}
+
 bool KorvexClient::initConnection(QString &error)
 {
     dropForeignSocket();
@@ -252,15 +259,16 @@ bool KorvexClient::stillConnected()
     return m_socket->state() == QAbstractSocket::ConnectedState;
 }
 
-int KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs)
+KorvexClient::RequestResult KorvexClient::sendRequest(const Korvex::Request &request, QByteArray &reply,
+                                                     int timeoutMs)
 {
-    const int result = transact(request, timeoutMs);
+    RequestResult result = sendRequest(request, timeoutMs);
     if (result == Ok)
         reply = m_lastReply;
     return result;
 }
 
-int KorvexClient::transact(const Korvex::Request &request, int timeoutMs)
+KorvexClient::RequestResult KorvexClient::sendRequest(const Korvex::Request &request, int timeoutMs)
 {
     QString error;
     if (!initConnection(error)) {
@@ -343,17 +351,17 @@ void KorvexClient::receiveChunk(const QByteArray &chunk)
     qWarning() << "Cannot parse message from device";
 }
 
-int KorvexClient::parseReply(const QByteArray &bytes, QVariant &value)
+KorvexClient::RequestResult KorvexClient::parseReply(const QByteArray &bytes, QVariant &value)
 {
     Korvex::Reply reply;
     {
         google::protobuf::LogSilencer silence;
         reply.ParsePartialFromArray(bytes.constData(), bytes.size());
     }
-    return interpret(reply, value);
+    return parseReply(reply, value);
 }
 
-int KorvexClient::interpret(const Korvex::Reply &reply, QVariant &value)
+KorvexClient::RequestResult KorvexClient::parseReply(const Korvex::Reply &reply, QVariant &value)
 {
     if (!reply.has_type()) {
         qCritical() << "[KorvexClient]" << "[parseReply]" << "Can't unserialize reply";

@@ -2,8 +2,8 @@
 // (port 22666, no framing), waits for the Reply and maps it to a result code.
 // The typed device operations used by the commands are declared here too and
 // implemented in deviceoperations.cpp. The road of one command: a typed
-// operation picks its shape (read, write, blind write), transact() runs the
-// exchange, and the reply, decoded once on arrival, is mapped by interpret().
+// operation picks its shape (read, write, blind write), sendRequest() runs the
+// exchange, and the reply, decoded once on arrival, is mapped by parseReply().
 #pragma once
 
 #include <QByteArray>
@@ -49,14 +49,17 @@ public:
     int port() const;
     bool isValid() const;
     void setPersistent(bool persistent);
+    // Closes the kept connection. Called by the thread that made the requests
+    // when it is done: only there can its socket be deleted at once.
+    void closeConnection();
 
     bool initConnection(QString &error);
     Korvex::Request buildRequest(Korvex::Request::Type kind, Korvex::Parameter::Type parameter,
                                  const QVariant &value);
     Korvex::Request buildRequest(Korvex::Request::Type kind);
     Korvex::Request buildRequest(Korvex::Request::Type kind, const QVariant &value);
-    int sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs);
-    int parseReply(const QByteArray &bytes, QVariant &value);
+    RequestResult sendRequest(const Korvex::Request &request, QByteArray &reply, int timeoutMs);
+    RequestResult parseReply(const QByteArray &bytes, QVariant &value);
     Korvex::Request *takeLastRequest();
     static QString resultText(int code);
     // Appends bytes received from the device to the receive buffer and
@@ -64,45 +67,45 @@ public:
     void receiveChunk(const QByteArray &chunk);
 
     // Typed device operations.
-    int ping();
-    int getBatteryLevel(int &level);
-    int setBatteryLevel(int level, QVariant &reply);
-    int getBatteryStatus(QString &status);
-    int setBatteryStatus(const QString &status, QVariant &reply);
-    int getBatteryMode(bool &manual);
-    int setBatteryMode(bool manual);
-    int getGpsStatus(bool &enabled);
-    int setGpsStatus(bool enabled);
-    int getGpsLatitude(double &value);
-    int setGpsLatitude(double value, QVariant &reply);
-    int getGpsLongitude(double &value);
-    int setGpsLongitude(double value, QVariant &reply);
-    int getGpsAltitude(double &value);
-    int setGpsAltitude(double value, QVariant &reply);
-    int getGpsAccuracy(double &value);
-    int setGpsAccuracy(double value, QVariant &reply);
-    int getGpsBearing(double &value);
-    int setGpsBearing(double value, QVariant &reply);
-    int setAccelerometer(QVariant &reply, double x, double y, double z);
-    int getCapabilities(QString &capabilities);
-    int getAndroidVersion(QString &version);
-    int getAgentVersion(QString &version);
-    int getDeviceId(QString &deviceId);
-    int setDeviceId(const QString &deviceId, QVariant &reply);
-    int getAndroidId(QString &androidId);
-    int setAndroidId(const QString &androidId, QVariant &reply);
-    int setClipboard(const QString &text);
-    int phoneCall(const QString &number);
-    int sendSms(const QString &number, const QString &message);
-    int sendBasebandCommand(const QString &command);
+    RequestResult ping();
+    RequestResult getBatteryLevel(int &level);
+    RequestResult setBatteryLevel(int level, QVariant &reply);
+    RequestResult getBatteryStatus(QString &status);
+    RequestResult setBatteryStatus(const QString &status, QVariant &reply);
+    RequestResult getBatteryMode(bool &manual);
+    RequestResult setBatteryMode(bool manual);
+    RequestResult getGpsStatus(bool &enabled);
+    RequestResult setGpsStatus(bool enabled);
+    RequestResult getGpsLatitude(double &value);
+    RequestResult setGpsLatitude(double value, QVariant &reply);
+    RequestResult getGpsLongitude(double &value);
+    RequestResult setGpsLongitude(double value, QVariant &reply);
+    RequestResult getGpsAltitude(double &value);
+    RequestResult setGpsAltitude(double value, QVariant &reply);
+    RequestResult getGpsAccuracy(double &value);
+    RequestResult setGpsAccuracy(double value, QVariant &reply);
+    RequestResult getGpsBearing(double &value);
+    RequestResult setGpsBearing(double value, QVariant &reply);
+    RequestResult setAccelerometer(QVariant &reply, double x, double y, double z);
+    RequestResult getCapabilities(QString &capabilities);
+    RequestResult getAndroidVersion(QString &version);
+    RequestResult getAgentVersion(QString &version);
+    RequestResult getDeviceId(QString &deviceId);
+    RequestResult setDeviceId(const QString &deviceId, QVariant &reply);
+    RequestResult getAndroidId(QString &androidId);
+    RequestResult setAndroidId(const QString &androidId, QVariant &reply);
+    RequestResult setClipboard(const QString &text);
+    RequestResult phoneCall(const QString &number);
+    RequestResult sendSms(const QString &number, const QString &message);
+    RequestResult sendBasebandCommand(const QString &command);
 
     // Generic operations beside the typed ones.
-    int getParam(QVariant &value, Korvex::Parameter::Type parameter);
-    int getDoubleParam(double &value, Korvex::Parameter::Type parameter);
-    int getStringParam(Korvex::Parameter::Type parameter, QString &text);
-    int setParam(const QVariant &value, Korvex::Parameter::Type parameter, QVariant &reply);
-    int setParam(const QVariant &value, Korvex::Parameter::Type parameter);
-    int setStringParam(Korvex::Parameter::Type parameter, const QString &text, QVariant &reply);
+    RequestResult getParam(QVariant &value, Korvex::Parameter::Type parameter);
+    RequestResult getDoubleParam(double &value, Korvex::Parameter::Type parameter);
+    RequestResult getStringParam(Korvex::Parameter::Type parameter, QString &text);
+    RequestResult setParam(const QVariant &value, Korvex::Parameter::Type parameter, QVariant &reply);
+    RequestResult setParam(const QVariant &value, Korvex::Parameter::Type parameter);
+    RequestResult setStringParam(Korvex::Parameter::Type parameter, const QString &text, QVariant &reply);
 
 signals:
     void requestFromDevice();
@@ -114,15 +117,15 @@ private slots:
 private:
     // The shapes of the typed operations (deviceoperations.cpp).
     template <typename T>
-    int read(Korvex::Parameter::Type parameter, T &out);
-    int write(const Korvex::Request &request, QVariant &replyValue);
-    int writeBlind(Korvex::Parameter::Type parameter, const QVariant &value);
-    int sendCommand(const QString &command);
+    RequestResult read(Korvex::Parameter::Type parameter, T &out);
+    RequestResult write(const Korvex::Request &request, QVariant &replyValue);
+    RequestResult writeBlind(Korvex::Parameter::Type parameter, const QVariant &value);
+    RequestResult sendCommand(const QString &command);
 
-    // One exchange: Ok with the reply in m_reply, or NetworkError.
-    int transact(const Korvex::Request &request, int timeoutMs);
+    // One exchange: Ok with the reply decoded in m_reply, or NetworkError.
+    RequestResult sendRequest(const Korvex::Request &request, int timeoutMs);
     // The result code and value that a decoded reply stands for.
-    static int interpret(const Korvex::Reply &reply, QVariant &value);
+    static RequestResult parseReply(const Korvex::Reply &reply, QVariant &value);
     void dropForeignSocket();
     bool stillConnected();
 

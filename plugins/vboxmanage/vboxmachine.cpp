@@ -50,7 +50,7 @@ QString VBoxMachine::name() const
     return m_info.name;
 }
 
-int VBoxMachine::state() const
+MachineState VBoxMachine::state() const
 {
     std::lock_guard<std::mutex> locker(m_lock);
     return m_info.state;
@@ -87,7 +87,7 @@ void VBoxMachine::storeDeviceId(const QString &deviceId)
     m_tracker.end();
 }
 
-int VBoxMachine::restoreFactoryBackup()
+RestoreResult VBoxMachine::restoreFactoryBackup()
 {
     std::lock_guard<std::mutex> session(m_session);
     // The snapshot tree of the machine-readable info is not translated, unlike
@@ -96,12 +96,12 @@ int VBoxMachine::restoreFactoryBackup()
         {QStringLiteral("showvminfo"), m_uuid, QStringLiteral("--machinereadable")});
     if (!info.succeeded()) {
         qCritical().noquote() << "[VBox]" << info.describe();
-        return VirtualBoxError;
+        return RestoreResult::VirtualBoxError;
     }
     const QString snapshot = QString::fromLatin1(VBoxKeys::FactorySnapshot);
     if (!VBoxOutput::hasSnapshot(VBoxOutput::parseMachineReadable(info.text()), snapshot)) {
         qWarning() << "[VBox]" << "No snapshot named" << snapshot << "in" << name();
-        return NoFactorySnapshot;
+        return RestoreResult::NoFactoryBackup;
     }
 
     // VBoxManage gives its reason (a machine still paused, say) on its error output.
@@ -110,8 +110,8 @@ int VBoxMachine::restoreFactoryBackup()
                      VBoxManageRunner::RestoreTimeoutMs);
     if (!restore.succeeded()) {
         qCritical().noquote() << "[VBox]" << restore.describe();
-        return VirtualBoxError;
+        return RestoreResult::VirtualBoxError;
     }
     qDebug() << "[VBox]" << "Snapshot" << snapshot << "restored in" << name();
-    return Restored;
+    return RestoreResult::Restored;
 }

@@ -33,7 +33,7 @@ private:
 struct VBoxMachineInfo
 {
     QString name;
-    int state = VMToolsMachineState::Unknown;
+    MachineState state = MachineState::UnknownState;
     QString ipAddress;
     QString addressReason; // how ipAddress was chosen, logged when it changes
     QHash<QString, QString> extraData; // the Korvex keys
@@ -42,9 +42,6 @@ struct VBoxMachineInfo
 class VBoxMachine final : public VirtualMachine
 {
 public:
-    // Results of restoreFactoryBackup().
-    enum RestoreResult { Restored = 0, NoFactorySnapshot = 1, VirtualBoxError = 2 };
-
     VBoxMachine(const QString &uuid, const VBoxManageRunner &runner, CallTracker &tracker);
     ~VBoxMachine() = default;
 
@@ -56,13 +53,13 @@ public:
     std::mutex &session() { return m_session; }
 
     QString name() const override;
-    int state() const override;
+    MachineState state() const override;
     QString androidVersion() const override;
     QString vmVersion() const override;
     QString platform() const override;
     void storeDeviceId(const QString &deviceId) override;
     QString ipAddress() const override;
-    int restoreFactoryBackup() override;
+    RestoreResult restoreFactoryBackup() override;
 
 private:
     QString extraData(const char *key) const;

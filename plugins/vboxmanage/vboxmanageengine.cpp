@@ -38,9 +38,9 @@ QStringList guestNetQuery(const QString &uuid)
             QString::fromLatin1(VBoxKeys::GuestNetPattern)};
 }
 
-bool hasGuest(int state)
+bool hasGuest(MachineState state)
 {
-    return state == VMToolsMachineState::On || state == VMToolsMachineState::Paused;
+    return state == MachineState::On || state == MachineState::Paused;
 }
 
 QHash<QString, QString> korvexKeys(const QHash<QString, QString> &extraData)
@@ -134,7 +134,7 @@ VMToolsStatus VBoxManageEngine::status()
     const VBoxManageCall &version = calls.at(0);
     if (!version.succeeded()) {
         qCritical().noquote() << "[VBox]" << version.describe();
-        status.state = VBoxManageUnavailable;
+        status.state = EngineStatus::VBoxManageUnavailable;
         status.message = QStringLiteral("%1 is not usable: %2").arg(m_runner.program(), version.failure);
         return status;
     }
@@ -143,7 +143,7 @@ VMToolsStatus VBoxManageEngine::status()
 
     const VBoxManageCall &list = calls.at(1);
     if (!list.succeeded()) {
-        status.state = ServiceUnreachable;
+        status.state = EngineStatus::ServiceUnreachable;
         status.message = QStringLiteral("the VirtualBox service cannot be reached: %1. Check that \"%2\" works for "
                                         "this user.")
                              .arg(list.failure, (QStringList(list.program) + list.arguments).join(QLatin1Char(' ')));
@@ -151,7 +151,7 @@ VMToolsStatus VBoxManageEngine::status()
         return status;
     }
     m_firstLists = MachineLists{list, calls.at(2)};
-    status.state = Ready;
+    status.state = EngineStatus::Ready;
     status.message = m_version;
     return status;
 }

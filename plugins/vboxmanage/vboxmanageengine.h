@@ -18,9 +18,6 @@
 class VBoxManageEngine final : public VMToolsEngine
 {
 public:
-    // Status codes besides the usable 0.
-    enum StatusCode { Ready = 0, VBoxManageUnavailable = 2, ServiceUnreachable = 4 };
-
     VBoxManageEngine() = default;
     ~VBoxManageEngine() override;
 

@@ -11,37 +11,37 @@ namespace {
 struct StateName
 {
     const char *vmState;
-    int state;
+    MachineState state;
 };
 
 // Every short name that showvminfo prints from 5.2 to 7.1 ("unknown" and
 // anything else stay Unknown). A crashed machine is Aborted; a stuck one
 // prints "gurumeditation".
 const StateName StateNames[] = {
-    {"running", VMToolsMachineState::On},
-    {"poweroff", VMToolsMachineState::Off},
-    {"saved", VMToolsMachineState::Off},
-    {"teleported", VMToolsMachineState::Off},
-    {"paused", VMToolsMachineState::Paused},
-    {"aborted", VMToolsMachineState::Aborted},
-    {"aborted-saved", VMToolsMachineState::Aborted},
-    {"gurumeditation", VMToolsMachineState::Aborted},
-    {"starting", VMToolsMachineState::Process},
-    {"stopping", VMToolsMachineState::Process},
-    {"saving", VMToolsMachineState::Process},
-    {"restoring", VMToolsMachineState::Process},
-    {"teleporting", VMToolsMachineState::Process},
-    {"teleportingin", VMToolsMachineState::Process},
-    {"teleportingpausedvm", VMToolsMachineState::Process},
-    {"livesnapshotting", VMToolsMachineState::Process},
-    {"onlinesnapshotting", VMToolsMachineState::Process},
-    {"snapshotting", VMToolsMachineState::Process},
-    {"restoringsnapshot", VMToolsMachineState::Process},
-    {"deletingsnapshot", VMToolsMachineState::Process},
-    {"deletingsnapshotlive", VMToolsMachineState::Process},
-    {"deletingsnapshotlivepaused", VMToolsMachineState::Process},
-    {"settingup", VMToolsMachineState::Process},
-    {"faulttolerantsyncing", VMToolsMachineState::Process},
+    {"running", MachineState::On},
+    {"poweroff", MachineState::Off},
+    {"saved", MachineState::Off},
+    {"teleported", MachineState::Off},
+    {"paused", MachineState::Paused},
+    {"aborted", MachineState::Aborted},
+    {"aborted-saved", MachineState::Aborted},
+    {"gurumeditation", MachineState::Aborted},
+    {"starting", MachineState::Process},
+    {"stopping", MachineState::Process},
+    {"saving", MachineState::Process},
+    {"restoring", MachineState::Process},
+    {"teleporting", MachineState::Process},
+    {"teleportingin", MachineState::Process},
+    {"teleportingpausedvm", MachineState::Process},
+    {"livesnapshotting", MachineState::Process},
+    {"onlinesnapshotting", MachineState::Process},
+    {"snapshotting", MachineState::Process},
+    {"restoringsnapshot", MachineState::Process},
+    {"deletingsnapshot", MachineState::Process},
+    {"deletingsnapshotlive", MachineState::Process},
+    {"deletingsnapshotlivepaused", MachineState::Process},
+    {"settingup", MachineState::Process},
+    {"faulttolerantsyncing", MachineState::Process},
 };
 
 QStringList lines(const QString &text)
@@ -156,13 +156,13 @@ bool hasSnapshot(const QHash<QString, QString> &info, const QString &name)
     return false;
 }
 
-int machineState(const QString &vmState)
+MachineState machineState(const QString &vmState)
 {
     for (const StateName &entry : StateNames) {
         if (vmState == QLatin1String(entry.vmState))
             return entry.state;
     }
-    return VMToolsMachineState::Unknown;
+    return MachineState::UnknownState;
 }
 
 } // namespace VBoxOutput

@@ -8,6 +8,8 @@
 #include <QList>
 #include <QString>
 
+#include "vmtoolsengine.h"
+
 namespace VBoxOutput {
 
 struct MachineEntry
@@ -29,7 +31,7 @@ QHash<QString, QString> parseGuestProperties(const QString &text);
 QString lastLine(const QString &text);
 // Whether the snapshot tree of parsed machine-readable info has a snapshot of this name.
 bool hasSnapshot(const QHash<QString, QString> &info, const QString &name);
-// A VMState value of showvminfo as a VMToolsMachineState code.
-int machineState(const QString &vmState);
+// A VMState value of showvminfo as a MachineState.
+MachineState machineState(const QString &vmState);
 
 } // namespace VBoxOutput

@@ -82,7 +82,7 @@ using Operation = std::function<int(KorvexClient &, QVariant &)>;
 
 // A typed read whose out-argument starts as seed, so an untouched one shows.
 template <typename T>
-Operation read(int (KorvexClient::*getter)(T &), T seed)
+Operation read(KorvexClient::RequestResult (KorvexClient::*getter)(T &), T seed)
 {
     return [getter, seed](KorvexClient &client, QVariant &out) {
         T value = seed;

@@ -246,7 +246,8 @@ void TestDispatch::selection()
     for (const auto &[states, id, output, index] : steps) {
         QList<Device> devices;
         for (const QString &state : states.split(',', Qt::SkipEmptyParts))
-            devices << Device(QString::number(devices.size()), QHostAddress("127.0.0.40"), 1, state.toInt(), nullptr);
+            devices << Device(QString::number(devices.size()), QHostAddress("127.0.0.40"), 1,
+                              MachineState(state.toInt()), nullptr);
         if (states.isEmpty())
             engine.selectDevice(id);
         else

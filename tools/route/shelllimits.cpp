@@ -3,14 +3,22 @@
 
 #include <cmath>
 
+#include "gpsranges.h"
+
 namespace {
 
+constexpr Range range(const char *name, const GpsRanges::Range &limits, int decimals)
+{
+    return {name, limits.lower, limits.upper, limits.upperIncluded, decimals};
+}
+
+// In the order of Coordinate.
 const Range Ranges[] = {
-    {"latitude", -90, 90, false, 7},
-    {"longitude", -180, 180, false, 7},
-    {"altitude", -10000, 10000, true, 2},
-    {"bearing", 0, 360, false, 0},
-    {"accuracy", 0, 200, true, 1},
+    range("latitude", GpsRanges::Latitude, 7),
+    range("longitude", GpsRanges::Longitude, 7),
+    range("altitude", GpsRanges::Altitude, 2),
+    range("bearing", GpsRanges::Bearing, 0),
+    range("accuracy", GpsRanges::Accuracy, 1),
 };
 
 } // namespace
