@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "requests.pb.h"
+#include "wire.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ struct Connection
 
 std::string encode(const Korvex::Reply &reply)
 {
-    return reply.SerializeAsString();
+    return Wire::encode(reply);
 }
 
 Korvex::Reply valueReply(Korvex::Value::Type type)
@@ -113,7 +114,7 @@ bool serve(Connection &connection, const Replies &replies, long connections)
         return false;
     connection.buffer.append(chunk, static_cast<size_t>(got));
     Korvex::Request request;
-    if (!request.ParsePartialFromString(connection.buffer) || !request.IsInitialized())
+    if (!Wire::decodeWhole(request, connection.buffer))
         return true;
     connection.buffer.clear();
     const std::string reply = replies.to(request, connections);

@@ -8,6 +8,7 @@
 #include <QTextStream>
 
 #include "requests.pb.h"
+#include "wire.h"
 
 namespace {
 
@@ -19,11 +20,11 @@ bool exchange(QTcpSocket &socket, Korvex::Parameter::Type parameter, Korvex::Rep
     Korvex::Request request;
     request.set_type(Korvex::Request::GetParam);
     request.mutable_parameter()->set_type(parameter);
-    socket.write(QByteArray::fromStdString(request.SerializeAsString()));
+    socket.write(QByteArray::fromStdString(Wire::encode(request)));
     QByteArray buffer;
     while (socket.waitForReadyRead(TimeoutMs)) {
         buffer += socket.readAll();
-        if (reply.ParsePartialFromArray(buffer.constData(), buffer.size()) && reply.IsInitialized())
+        if (Wire::decodeWhole(reply, buffer))
             return true;
     }
     return false;

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "requests.pb.h"
+#include "wire.h"
 
 namespace {
 
@@ -70,7 +71,7 @@ std::string encodedRequest(bool get)
         parameter->mutable_value()->set_type(Korvex::Value::Int);
         parameter->mutable_value()->set_intvalue(BatteryLevel);
     }
-    return request.SerializeAsString();
+    return Wire::encode(request);
 }
 
 int connectTo(const sockaddr_in &target)
@@ -101,7 +102,7 @@ bool exchange(int fd, const std::string &request, std::string &buffer)
         if (got <= 0)
             return false;
         buffer.append(chunk, static_cast<size_t>(got));
-        if (reply.ParsePartialFromString(buffer) && reply.IsInitialized())
+        if (Wire::decodeWhole(reply, buffer))
             return true;
     }
 }

@@ -17,17 +17,11 @@
 #include <google/protobuf/stubs/common.h>
 #include <google/protobuf/stubs/logging.h>
 
+#include "wire.h"
+
 namespace {
 
 const char InvalidRequestMessage[] = "Invalid request type in buildRequest. Sending dummy empty request";
-
-// A decode succeeds only when every byte decodes and every required field is
-// there; the partial parse keeps the library from logging the failures.
-template <typename Message>
-bool decodeWhole(Message &message, const QByteArray &bytes)
-{
-    return message.ParsePartialFromArray(bytes.constData(), bytes.size()) && message.IsInitialized();
-}
 
 // Everything up to the first zero byte: the agent reads these as C strings.
 QByteArray cutAtZero(const QByteArray &bytes)
@@ -276,9 +270,8 @@ KorvexClient::RequestResult KorvexClient::sendRequest(const Korvex::Request &req
         return NetworkError;
     }
 
-    const qint64 size = static_cast<qint64>(request.ByteSizeLong());
-    QByteArray bytes(static_cast<int>(size), '\0');
-    request.SerializePartialToArray(bytes.data(), bytes.size());
+    const QByteArray bytes = QByteArray::fromStdString(Wire::encode(request));
+    const qint64 size = bytes.size();
 
     QEventLoop loop;
     QTimer timer;
@@ -332,7 +325,7 @@ void KorvexClient::receiveChunk(const QByteArray &chunk)
     google::protobuf::LogSilencer silence;
 
     Korvex::Reply reply;
-    if (decodeWhole(reply, m_receiveBuffer)) {
+    if (Wire::decodeWhole(reply, m_receiveBuffer)) {
         m_lastReply = m_receiveBuffer;
         m_reply.Swap(&reply);
         m_receiveBuffer.remove(0, static_cast<int>(m_reply.ByteSizeLong()));
@@ -341,7 +334,7 @@ void KorvexClient::receiveChunk(const QByteArray &chunk)
     }
 
     Korvex::Request request;
-    if (decodeWhole(request, m_receiveBuffer)) {
+    if (Wire::decodeWhole(request, m_receiveBuffer)) {
         m_lastRequest = m_receiveBuffer;
         m_receiveBuffer.remove(0, static_cast<int>(request.ByteSizeLong()));
         emit requestFromDevice();
@@ -455,7 +448,7 @@ Korvex::Request *KorvexClient::takeLastRequest()
 {
     auto *request = new Korvex::Request();
     google::protobuf::LogSilencer silence;
-    if (decodeWhole(*request, m_lastRequest))
+    if (Wire::decodeWhole(*request, m_lastRequest))
         return request;
     delete request;
     return nullptr;

@@ -4,6 +4,8 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include "wire.h"
+
 namespace {
 
 using Korvex::Reply;
@@ -17,14 +19,9 @@ constexpr int SplitGapMs = 50;
 const char GarbageBytes[] = "\x00\xde\xad\xbe\xef";
 constexpr int GarbageSize = sizeof(GarbageBytes) - 1;
 
-bool decodeWhole(Request &request, const QByteArray &bytes)
-{
-    return request.ParsePartialFromArray(bytes.constData(), bytes.size()) && request.IsInitialized();
-}
-
 QByteArray encode(const Reply &reply)
 {
-    return QByteArray::fromStdString(reply.SerializeAsString());
+    return QByteArray::fromStdString(Wire::encode(reply));
 }
 
 Reply plain(Reply::Type type)
@@ -91,7 +88,7 @@ void AgentServer::receive(QTcpSocket *socket)
     while (m_connections.contains(socket)) {
         Connection &connection = m_connections[socket];
         Request request;
-        if (connection.buffer.isEmpty() || !decodeWhole(request, connection.buffer)) {
+        if (connection.buffer.isEmpty() || !Wire::decodeWhole(request, connection.buffer)) {
             if (connection.buffer.isEmpty())
                 connection.undecodable->stop();
             else
