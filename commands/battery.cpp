@@ -14,7 +14,8 @@ namespace {
 
 constexpr unsigned MaxBatteryLevel = 100;
 
-// Unanchored on purpose: any word containing one of the states is taken.
+// Unanchored on purpose: any word containing one of the states is taken, so
+// command files that have always passed "recharging" or "full." keep working.
 const char *const StatusPattern = "charging|discharging|notcharging|full";
 const char *const FullStatus = "full";
 // The device names this state with a blank, which the shell's word cannot hold.
@@ -45,6 +46,8 @@ int Prompt::batterySetLevel(const QStringList &params)
         return -1;
 
     // Negative levels wrap to large unsigned values and fail the one bound.
+    // Kept on purpose: one comparison gives the one message users' scripts
+    // expect for -1 as for 101.
     if (static_cast<unsigned>(level) > MaxBatteryLevel) {
         m_out << "Battery level must be a number between 0 and 100" << Qt::endl;
         return -1;

@@ -38,7 +38,8 @@ int Prompt::networkSetProfile(const QStringList &params)
     const QString name = params[0].toLower();
     const int profile = Profiles.indexOf(name);
     if (profile < 0) {
-        // "wifi" is accepted but has never been listed here.
+        // "wifi" is accepted but has never been listed here. Kept on purpose:
+        // scripts match this line byte for byte.
         m_out << "Invalid profile, available profiles are \"none\", \"no-data\", \"gprs\", \"edge\", \"3g\", "
                  "\"4g\", \"4g-bad-dns\", and \"4g-high-losses\""
               << Qt::endl;

@@ -26,6 +26,8 @@ int Prompt::rotationSetAngle(const QStringList &params)
         return -1;
 
     // Negative angles wrap to large unsigned values and fail the one bound.
+    // Kept on purpose: -90 gets the out-of-range message, as it always did,
+    // rather than being read as 270.
     if (static_cast<unsigned>(angle) > MaxAngle) {
         m_out << "Angle of rotation must be a number between 0 and 359" << Qt::endl;
         return -1;

@@ -78,7 +78,9 @@ bool VirtualMachineEngine::autoSelect()
 }
 
 // An index equal to the count is never left by the selection paths; it is
-// tolerated here and answered with a default record by selectedDevice().
+// tolerated here (<=, not <) and answered with a default record by
+// selectedDevice(). Kept on purpose: tightening it would change which
+// message a command gets if such an index ever appeared.
 bool VirtualMachineEngine::hasSelection() const
 {
     return m_selectedIndex != -1 && m_selectedIndex <= m_devices.size();
@@ -99,7 +101,8 @@ bool VirtualMachineEngine::isSelectedDeviceOn() const
 }
 
 // The selection follows the position, not the name: after the list changed the
-// same id may name another machine. Users rely on ids staying put.
+// same id may name another machine. Kept on purpose: command files select by
+// id once and rely on ids staying put across refreshes.
 void VirtualMachineEngine::applyRefreshedList(QList<Device> devices)
 {
     if (m_selectedIndex >= devices.size())

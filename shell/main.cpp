@@ -48,7 +48,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     initLogging(baseDirectory() + LogFileName, false);
 
-    int connectionMode = Prompt::LocalHost;
+    Prompt::ConnectionMode connectionMode = Prompt::LocalHost;
     QHostAddress deviceAddress(QStringLiteral("0.0.0.0"));
     QString command;
     QString commandFileName;
@@ -88,7 +88,8 @@ int main(int argc, char **argv)
         case 'R': {
             connectionMode = Prompt::RemoteHost;
             const QString text = QString::fromLocal8Bit(optarg);
-            // Any address that parses is taken, IPv6 included.
+            // Any address that parses is taken, IPv6 included, in spite of the
+            // message below: kept so that no address that works today is refused.
             deviceAddress = QHostAddress(text);
             if (deviceAddress.isNull()) {
                 out << text << ": is not an IPv4 address" << Qt::endl;

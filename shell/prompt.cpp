@@ -17,7 +17,7 @@ const char HelpUnderline[] = "---------------------------";
 
 } // namespace
 
-Prompt::Prompt(QCoreApplication *app, int connectionMode, const QHostAddress &deviceAddress,
+Prompt::Prompt(QCoreApplication *app, ConnectionMode connectionMode, const QHostAddress &deviceAddress,
                const QString &command, const QString &commandFileName, QObject *parent)
     : QObject(parent), m_app(app), m_out(console()), m_connectionMode(connectionMode), m_command(command),
       m_commandFile(commandFileName)

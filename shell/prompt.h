@@ -47,7 +47,7 @@ public:
     // dispatch and help use, and of the generated manual page and shell completion.
     static const QVector<CommandEntry> &commandTable();
 
-    Prompt(QCoreApplication *app, int connectionMode, const QHostAddress &deviceAddress,
+    Prompt(QCoreApplication *app, ConnectionMode connectionMode, const QHostAddress &deviceAddress,
            const QString &command, const QString &commandFileName, QObject *parent = nullptr);
     ~Prompt() override;
 
@@ -169,7 +169,7 @@ private:
     QStringList m_history;
     int m_historyIndex = -1;
     bool m_historyBrowsing = false;
-    int m_connectionMode;
+    ConnectionMode m_connectionMode;
     QString m_command;
     QFile m_commandFile;
     bool m_interactive = true;

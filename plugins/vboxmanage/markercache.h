@@ -46,5 +46,4 @@ private:
     const QString m_path;
     Entries m_entries;
     QSet<QString> m_changed; // UUIDs stored since the file was read
-    bool m_pruned = false;
 };

@@ -4,7 +4,6 @@
 #include <QtTest>
 
 #include "devsim.h"
-#include "prompt.h"
 #include "shellrunner.h"
 
 namespace {
@@ -21,6 +20,8 @@ const char *const Local = "local"; // local mode without any machine
 const char *const LevelRefused = "Battery level must be a number between 0 and 100";
 const char *const CallRefused =
     "Invalid number: can start with '+', must contains only digits and be at most 16 digits long";
+const QString DeviceTable = "Available devices:\n Id | Select |    Status     |   Type   |   IP Address    |      Name\n"
+                            "----+--------+---------------+----------+-----------------+---------------\n";
 const char *const Warnings = "Warning: sending this command to a remote device (option -r) does not allow "
                              "persistance.\nYou will need to send them again after reboot";
 
@@ -83,6 +84,9 @@ void TestDeviceCommands::command_data()
     const Row rows[] = {
         {"battery getlevel", "", "Battery level: 50%", Ok, "get BatteryLevel"},
         {"battery getlevel", "--info|note", "Unknown error. Result code: 7", Err, "get BatteryLevel"},
+        // A slow device is still waited for, by reads and sets alike.
+        {"battery getlevel", "--delay|3000", "Battery level: 50%", Ok, "get BatteryLevel"},
+        {"battery setlevel 50", "--delay|3000", "Battery level set to: 50%", Ok, "set BatteryLevel Int 50"},
         {"battery setlevel 050", "", "Battery level set to: 050%", Ok, "set BatteryLevel Int 50"},
         {"battery setlevel 100", "", "Battery level set to: 100%", Ok, "set BatteryLevel Int 100"},
         {"battery setlevel 101", "", LevelRefused, Err, ""},
@@ -164,6 +168,10 @@ void TestDeviceCommands::command_data()
         {"network setprofile 5g", "", "Invalid profile, available profiles are \"none\", \"no-data\", \"gprs\", "
          "\"edge\", \"3g\", \"4g\", \"4g-bad-dns\", and \"4g-high-losses\"", Err, ""},
         {"network setprofile edge", "--info|note", "Unknown error. Result code: 7", Err, "set NetworkMode Int 3"},
+
+        // %1: the device's address in its column, %2: the address.
+        {"devices list", "", DeviceTable + "  0 |    *   |     Connected |   remote | %1 | %2:22666", Ok, ""},
+        {"devices list", Dead, DeviceTable + "  0 |    *   | Not connected |   remote | %1 | %2:22666", Ok, ""},
     };
     for (const Row &row : rows)
         QTest::addRow("%s [%s]", qPrintable(row.command.left(40)), row.sim)
@@ -184,6 +192,8 @@ void TestDeviceCommands::command()
     const QStringList target = sim == Local ? QStringList() : QStringList{"-r", device ? device->address() : Unused};
     const ShellResult result = m_runner.run(target + QStringList{"-c", command});
     QVERIFY2(result.finished, result.err.constData());
+    if (lines.contains("%1"))
+        lines = lines.arg(target.last().rightJustified(15), target.last());
     QCOMPARE(commandLines(result.out), split(lines));
     QCOMPARE(result.exitCode, exitCode);
     QStringList expected;

@@ -9,6 +9,7 @@ namespace {
 
 const QByteArray Version = "2.8.1 20161117-c0196b8\n";
 const QString StartLine = "****  STARTING KORVEX SHELL  ****";
+const QString EarlierLine = "a line of an earlier run";
 
 } // namespace
 
@@ -26,7 +27,7 @@ private slots:
 void TestEnvironment::homeAndLog_data()
 {
     QTest::addColumn<QString>("environment"); // NAME=VALUE or NAME to unset, '|' between; <tmp>: a fresh directory
-    QTest::addColumn<QString>("prepare");     // log-dir, log-full or file (<tmp>/file), or nothing
+    QTest::addColumn<QString>("prepare");     // log-dir, log-full, earlier (a log), file (<tmp>/file), or nothing
     QTest::addColumn<QString>("home");        // where the log and the Korvex directory go; empty: aborts
     QTest::addColumn<QString>("errors");      // texts standard error holds, '|' between; <log>: the log's path
     QTest::addColumn<QString>("logLine");     // pattern of the start line in the log; empty: not checked
@@ -44,6 +45,7 @@ void TestEnvironment::homeAndLog_data()
     QTest::newRow("pattern from the environment") << pattern << "" << "<tmp>" << told << bare << false;
     QTest::newRow("empty KX_LOG_TO_STDERR copies") << pattern + "|KX_LOG_TO_STDERR=" << "" << "<tmp>" << told << bare
                                                    << true;
+    QTest::newRow("appended to an earlier run's log") << pattern << "earlier" << "<tmp>" << told << bare << false;
     QTest::newRow("log not openable") << pattern << "log-dir" << "<tmp>" << failed << "" << true;
     // Writes to /dev/full fail with "no space left on device".
     QTest::newRow("disk full") << pattern << "log-full" << "<tmp>" << told << "" << false;
@@ -82,6 +84,8 @@ void TestEnvironment::homeAndLog()
         QVERIFY(QFile::link("/dev/full", log));
     else if (prepare == "file")
         runner.writeCommandFile("file", "x");
+    else if (prepare == "earlier")
+        runner.writeCommandFile("korvex-shell.log", (EarlierLine + "\n").toUtf8());
 
     const ShellResult result = runner.run({"-c", "version"});
 
@@ -102,6 +106,7 @@ void TestEnvironment::homeAndLog()
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QStringList lines = QString::fromLocal8Bit(file.readAll()).split('\n');
         QVERIFY2(!lines.filter(QRegularExpression(logLine)).isEmpty(), qPrintable(lines.join('\n')));
+        QCOMPARE(lines.first() == EarlierLine, prepare == "earlier");
         // No installation settings file lies beside the shell: nothing to warn about.
         QVERIFY(lines.filter("Cannot init install path settings").isEmpty());
     }

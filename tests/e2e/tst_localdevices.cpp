@@ -310,20 +310,27 @@ private slots:
         QTest::addColumn<double>("restoreSeconds");
         QTest::addColumn<QString>("expected");
         QTest::addColumn<QString>("logged"); // in the shell's log, or after a line end in the fake's
+        QTest::addColumn<QByteArray>("answer"); // to the question; none: forced
 
+        const QString asked = "Resetting virtual device 'Phone' to factory settings\nWARNING: All settings and data "
+                              "of will be deleted!\nAre you sure? [y/N] : ";
         QTest::newRow("done") << "poweroff" << true << 0.0 << "Restoring the original backup completed\n"
-                              << "\nsnapshot p1 restore factory";
+                              << "\nsnapshot p1 restore factory" << QByteArray();
+        QTest::newRow("answered y") << "poweroff" << true << 0.0
+                                    << asked + "y\nRestoring the original backup completed\n"
+                                    << "\nsnapshot p1 restore factory" << QByteArray("y");
+        QTest::newRow("answered Y") << "poweroff" << true << 0.0 << asked + "Y\n" << "" << QByteArray("Y");
         QTest::newRow("no factory snapshot")
             << "saved" << false << 0.0 << "Restoring the original backup failed\nReason: initial backup not found\n"
-            << "No snapshot named \"factory\" in \"Phone\"";
+            << "No snapshot named \"factory\" in \"Phone\"" << QByteArray();
         QTest::newRow("refused, reason logged")
             << "paused" << true << 0.0 << VBoxError
-            << "Cannot delete the current state of the running machine (machine state: Paused)";
+            << "Cannot delete the current state of the running machine (machine state: Paused)" << QByteArray();
         QTest::newRow("time-out cancels the restore")
-            << "poweroff" << true << 30.0 << VBoxError << "\nrestore cancelled";
+            << "poweroff" << true << 30.0 << VBoxError << "\nrestore cancelled" << QByteArray();
         QTest::newRow("running")
             << "running" << true << 0.0
-            << "Virtual device to restore is ON: Phone\nStop the virtual device to continue\n" << "";
+            << "Virtual device to restore is ON: Phone\nStop the virtual device to continue\n" << "" << QByteArray();
     }
 
     void factoryReset()
@@ -333,17 +340,22 @@ private slots:
         QFETCH(double, restoreSeconds);
         QFETCH(QString, expected);
         QFETCH(QString, logged);
+        QFETCH(QByteArray, answer);
 
         const QStringList snapshots = factory ? QStringList{"base", "factory"} : QStringList{"base"};
         ShellRunner runner;
         const QJsonObject device = machine("Phone", "p1", vmState, AgentAddress, true, snapshots);
         useFake(runner, QJsonObject{{"machines", QJsonArray{device}}, {"restore", restoreSeconds}});
         runner.environment().insert("KX_VBOXMANAGE_TIMEOUT_MS", "10000");
-        const ShellResult result = runner.run({"-c", "devices factoryreset Phone force"});
+        const ShellResult result =
+            runner.run({"-c", answer.isNull() ? "devices factoryreset Phone force" : "devices factoryreset Phone"},
+                       answer);
         QVERIFY2(result.finished && result.exitCode != SanitizerReport, result.err.constData());
         QCOMPARE(commandOutput(result.out), expected);
         const QString log = logged.startsWith('\n') ? fakeLog(runner).join('\n') : runner.log();
         QVERIFY2(log.contains(logged.mid(logged.startsWith('\n'))), qPrintable(log));
+        if (!answer.isNull())
+            QCOMPARE(fakeLog(runner).filter(QRegularExpression("^snapshot .* restore")).isEmpty(), answer != "y");
     }
 
     void deviceIdStored_data()

@@ -1,6 +1,6 @@
 // KorvexClient: the reply mapping, and the typed operations' shapes (the
 // request each sends, what each makes of the reply) against an in-process
-// agent. The exchange itself is tried end to end (tst_remote, tst_faults).
+// agent. The exchange itself is tried end to end (tst_remote).
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QtTest>

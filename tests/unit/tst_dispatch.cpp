@@ -46,7 +46,7 @@ private slots:
     void selection();
 
 private:
-    std::unique_ptr<Prompt> makePrompt(int mode, const QString &address = RemoteAddress)
+    std::unique_ptr<Prompt> makePrompt(Prompt::ConnectionMode mode, const QString &address = RemoteAddress)
     {
         // The event loop never runs here, so the device source never starts the shell loop.
         auto prompt = std::make_unique<Prompt>(qApp, mode, QHostAddress(address), QString(), QString());
@@ -126,7 +126,7 @@ void TestDispatch::execCommand()
     QFETCH(QString, line);
     QFETCH(QString, output);
     QFETCH(int, status);
-    auto prompt = makePrompt(mode, mode == Prompt::RemoteHost ? "0.0.0.0" : RemoteAddress);
+    auto prompt = makePrompt(Prompt::ConnectionMode(mode), mode == Prompt::RemoteHost ? "0.0.0.0" : RemoteAddress);
     QCOMPARE(prompt->execCommand(line), status);
     QCOMPARE(takeOutput(), output);
 }
