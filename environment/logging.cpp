@@ -41,9 +41,8 @@ void messageHandler(QtMsgType type, const QMessageLogContext &context, const QSt
     if (state) {
         std::lock_guard<std::mutex> locker(state->lock);
         if (state->file) {
+            // Written through before the lock is released so nothing is lost at a crash.
             state->file->write(line);
-            // Flushed before the lock is released so nothing is lost at a crash.
-            state->file->flush();
         }
         if (!state->file || state->toStderr)
             writeToStderr(line);
@@ -63,8 +62,10 @@ void initLogging(const QString &path, bool quiet)
 
     // Opened before the lock is taken: should opening log a warning, the
     // handler would otherwise wait forever for the non-recursive lock.
+    // Unbuffered and appending: every line reaches the file in one write()
+    // at its end, whole, however many shells of the user share the log.
     auto file = std::make_unique<QFile>(path);
-    const bool opened = file->open(QIODevice::WriteOnly | QIODevice::Append);
+    const bool opened = file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered);
 
     {
         std::lock_guard<std::mutex> locker(state.lock);

@@ -1,4 +1,4 @@
-// SQLite queue of usage events.
+// SQLite queue of usage events, shared by every shell of the user.
 #include "eventqueue.h"
 
 #include <atomic>
@@ -13,14 +13,16 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
+#include <QUuid>
 #include <QVariant>
 
 namespace {
 
 const char Driver[] = "QSQLITE";
 const char DriverPlugin[] = "/sqldrivers/libqsqlite";
-// Another shell may hold the file for a moment; wait for it rather than fail.
-const char ConnectOptions[] = "QSQLITE_BUSY_TIMEOUT=2000";
+// Another shell may hold the file while it writes; wait for it rather than
+// fail, within a bound that several busy shells stay well inside.
+const char ConnectOptions[] = "QSQLITE_BUSY_TIMEOUT=10000";
 
 const char CreateTable[] =
     "CREATE TABLE IF NOT EXISTS events ("
@@ -29,7 +31,14 @@ const char CreateTable[] =
     " component TEXT NOT NULL,"
     " name TEXT NOT NULL,"
     " properties TEXT NOT NULL,"
-    " timestamp TEXT NOT NULL)";
+    " timestamp TEXT NOT NULL,"
+    " claimed_by TEXT,"
+    " claimed_at INTEGER)";
+// Queues of earlier releases have no claim columns.
+const char *const ClaimColumns[] = {"claimed_by TEXT", "claimed_at INTEGER"};
+// Rows nobody holds, or held by a claim older than the bound.
+const char Claimable[] = "claimed_by IS NULL OR claimed_at < ?";
+const char Columns[] = "seq, id, component, name, properties, timestamp";
 
 QString uniqueConnectionName()
 {
@@ -68,10 +77,19 @@ QMap<QString, QString> decodeProperties(const QString &text)
     return properties;
 }
 
+QString rowList(const QList<qint64> &rows)
+{
+    QStringList numbers;
+    for (qint64 row : rows)
+        numbers.append(QString::number(row));
+    return numbers.join(',');
+}
+
 } // namespace
 
-EventQueue::EventQueue(const QString &path, int maxEvents)
-    : m_path(path), m_maxEvents(maxEvents), m_connection(uniqueConnectionName())
+EventQueue::EventQueue(const QString &path, int maxEvents, int staleClaimMs)
+    : m_path(path), m_maxEvents(maxEvents), m_staleClaimMs(staleClaimMs), m_connection(uniqueConnectionName()),
+      m_claimant(QUuid::createUuid().toString(QUuid::WithoutBraces))
 {
 }
 
@@ -100,10 +118,36 @@ bool EventQueue::open()
         return false;
     }
     // SQLite opens any file lazily: a damaged one shows only at the first statement.
-    m_open = exec(CreateTable);
+    m_open = exec(CreateTable) && upgradeSchema();
     if (!m_open)
         db.close();
     return m_open;
+}
+
+bool EventQueue::upgradeSchema()
+{
+    QSqlQuery columns(QSqlDatabase::database(m_connection, false));
+    if (!columns.exec("PRAGMA table_info(events)")) {
+        logFailure("read the columns of", columns.lastError().text());
+        return false;
+    }
+    QStringList present;
+    while (columns.next())
+        present << columns.value(1).toString();
+    for (const char *column : ClaimColumns) {
+        const QString name = QString::fromLatin1(column).section(' ', 0, 0);
+        if (present.contains(name))
+            continue;
+        // Another shell may be adding it at the same moment: then it is there.
+        QSqlQuery add(QSqlDatabase::database(m_connection, false));
+        QSqlQuery check(QSqlDatabase::database(m_connection, false));
+        if (!add.exec(QString("ALTER TABLE events ADD COLUMN %1").arg(column))
+            && !check.exec(QString("SELECT %1 FROM events LIMIT 0").arg(name))) {
+            logFailure("upgrade", add.lastError().text());
+            return false;
+        }
+    }
+    return true;
 }
 
 bool EventQueue::exec(const QString &statement) const
@@ -151,15 +195,40 @@ bool EventQueue::append(const QueuedEvent &event)
     return true;
 }
 
-QList<QueuedEvent> EventQueue::oldest(int limit) const
+QList<QueuedEvent> EventQueue::claim(int limit)
+{
+    if (!m_open)
+        return {};
+    // The write lock is taken at once, so two shells never claim the same rows.
+    if (!exec("BEGIN IMMEDIATE"))
+        return {};
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    QSqlQuery take(QSqlDatabase::database(m_connection, false));
+    take.prepare(QString("UPDATE events SET claimed_by = ?, claimed_at = ? WHERE seq IN"
+                         " (SELECT seq FROM events WHERE %1 ORDER BY seq LIMIT ?)").arg(Claimable));
+    take.addBindValue(m_claimant);
+    take.addBindValue(now);
+    take.addBindValue(now - m_staleClaimMs);
+    take.addBindValue(limit);
+    if (!take.exec()) {
+        logFailure("claim events in", take.lastError().text());
+        exec("ROLLBACK");
+        return {};
+    }
+    const QList<QueuedEvent> events = claimed();
+    if (!exec("COMMIT")) {
+        exec("ROLLBACK");
+        return {};
+    }
+    return events;
+}
+
+QList<QueuedEvent> EventQueue::claimed() const
 {
     QList<QueuedEvent> events;
-    if (!m_open)
-        return events;
     QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    query.prepare("SELECT seq, id, component, name, properties, timestamp FROM events"
-                  " ORDER BY seq LIMIT ?");
-    query.addBindValue(limit);
+    query.prepare(QString("SELECT %1 FROM events WHERE claimed_by = ? ORDER BY seq").arg(Columns));
+    query.addBindValue(m_claimant);
     if (!query.exec()) {
         logFailure("read", query.lastError().text());
         return events;
@@ -181,18 +250,32 @@ bool EventQueue::remove(const QList<qint64> &rows)
 {
     if (!m_open || rows.isEmpty())
         return m_open;
-    QStringList numbers;
-    for (qint64 row : rows)
-        numbers.append(QString::number(row));
-    return exec(QString("DELETE FROM events WHERE seq IN (%1)").arg(numbers.join(',')));
+    return exec(QString("DELETE FROM events WHERE seq IN (%1)").arg(rowList(rows)));
 }
 
-int EventQueue::count() const
+bool EventQueue::release(const QList<qint64> &rows)
+{
+    if (!m_open || rows.isEmpty())
+        return m_open;
+    // Only this shell's claims: a row another shell took over stays its.
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.prepare(QString("UPDATE events SET claimed_by = NULL, claimed_at = NULL"
+                          " WHERE claimed_by = ? AND seq IN (%1)").arg(rowList(rows)));
+    query.addBindValue(m_claimant);
+    if (query.exec())
+        return true;
+    logFailure("release events in", query.lastError().text());
+    return false;
+}
+
+int EventQueue::claimable() const
 {
     if (!m_open)
         return 0;
     QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    if (!query.exec("SELECT COUNT(*) FROM events") || !query.next()) {
+    query.prepare(QString("SELECT COUNT(*) FROM events WHERE %1").arg(Claimable));
+    query.addBindValue(QDateTime::currentMSecsSinceEpoch() - m_staleClaimMs);
+    if (!query.exec() || !query.next()) {
         logFailure("count", query.lastError().text());
         return 0;
     }

@@ -13,6 +13,7 @@ const char UrlKey[] = "statistics/url";
 const char MaxEventsKey[] = "statistics/maxEvents";
 const char BatchSizeKey[] = "statistics/batchSize";
 const char ExitWaitKey[] = "statistics/exitWaitMs";
+const char ClaimTimeoutKey[] = "statistics/claimTimeoutMs";
 
 const char DatabaseFileName[] = "/statistics.sqlite";
 
@@ -20,6 +21,7 @@ const int MaxQueueBound = 100000;
 const int MaxBatchSize = 1000;
 // Exit must stay quick whatever the settings say.
 const int MaxExitWaitMs = 10 * 1000;
+const int MaxClaimTimeoutMs = 24 * 60 * 60 * 1000;
 
 // A whole number from lower to upper, else the fallback (with a warning for a bad value).
 int boundedNumber(const SettingsReader &value, const char *key, int fallback, int lower, int upper)
@@ -58,6 +60,7 @@ StatisticsConfig StatisticsConfig::read(const SettingsReader &value)
     config.maxEvents = boundedNumber(value, MaxEventsKey, config.maxEvents, 1, MaxQueueBound);
     config.batchSize = boundedNumber(value, BatchSizeKey, config.batchSize, 1, MaxBatchSize);
     config.exitFlushMs = boundedNumber(value, ExitWaitKey, config.exitFlushMs, 0, MaxExitWaitMs);
+    config.claimTimeoutMs = boundedNumber(value, ClaimTimeoutKey, config.claimTimeoutMs, 0, MaxClaimTimeoutMs);
     config.proxy = JsonWebService::proxyFromSettings(value);
     return config;
 }

@@ -22,6 +22,9 @@ struct StatisticsConfig
     int requestTimeoutMs = 10 * 1000;
     int firstRetryMs = 10 * 1000;
     int maxRetryMs = 15 * 60 * 1000;
+    // Events a shell claimed to send and has not sent in this time are taken
+    // over by another shell: the first one died. Longer than any send.
+    int claimTimeoutMs = 60 * 1000;
     // The longest the shell waits for the service when it exits; 0 leaves
     // everything queued for the next run.
     int exitFlushMs = 1500;

@@ -23,9 +23,36 @@ StatisticsSender::~StatisticsSender()
     dropReply();
 }
 
+namespace {
+
+// The request body of a batch.
+QJsonDocument batchDocument(const QList<QueuedEvent> &events)
+{
+    QJsonArray array;
+    for (const QueuedEvent &event : events) {
+        QJsonObject properties;
+        for (auto it = event.properties.constBegin(); it != event.properties.constEnd(); ++it)
+            properties.insert(it.key(), it.value());
+        array.append(QJsonObject{
+            {"id", event.id},
+            {"component", event.component},
+            {"name", event.name},
+            {"timestamp", event.timestamp.toUTC().toString(Qt::ISODateWithMs)},
+            {"properties", properties},
+        });
+    }
+    return QJsonDocument(QJsonObject{
+        {"application", QCoreApplication::applicationName()},
+        {"version", QCoreApplication::applicationVersion()},
+        {"events", array},
+    });
+}
+
+} // namespace
+
 void StatisticsSender::start()
 {
-    if (!m_reply && !backingOff() && m_queue->count() > 0)
+    if (!m_reply && !backingOff() && m_queue->claimable() > 0)
         sendBatch();
 }
 
@@ -34,7 +61,7 @@ void StatisticsSender::eventQueued()
     // A reply in flight or a pending retry picks the new event up.
     if (m_reply || backingOff())
         return;
-    if (m_queue->count() >= m_config.batchSize)
+    if (m_queue->claimable() >= m_config.batchSize)
         sendBatch();
     else if (!m_timer.isActive())
         m_timer.start(m_config.gatherMs);
@@ -59,32 +86,10 @@ void StatisticsSender::flushAtExit(int boundMs)
     }
 }
 
-QJsonDocument StatisticsSender::batchDocument(const QList<QueuedEvent> &events)
-{
-    QJsonArray array;
-    for (const QueuedEvent &event : events) {
-        QJsonObject properties;
-        for (auto it = event.properties.constBegin(); it != event.properties.constEnd(); ++it)
-            properties.insert(it.key(), it.value());
-        array.append(QJsonObject{
-            {"id", event.id},
-            {"component", event.component},
-            {"name", event.name},
-            {"timestamp", event.timestamp.toUTC().toString(Qt::ISODateWithMs)},
-            {"properties", properties},
-        });
-    }
-    return QJsonDocument(QJsonObject{
-        {"application", QCoreApplication::applicationName()},
-        {"version", QCoreApplication::applicationVersion()},
-        {"events", array},
-    });
-}
-
 void StatisticsSender::sendBatch()
 {
     m_timer.stop();
-    const QList<QueuedEvent> events = m_queue->oldest(m_config.batchSize);
+    const QList<QueuedEvent> events = m_queue->claim(m_config.batchSize);
     if (events.isEmpty()) {
         emit idle();
         return;
@@ -108,7 +113,7 @@ void StatisticsSender::onReplyFinished()
         m_rowsInFlight.clear();
         m_retryDelayMs = 0;
         // Whatever is left has waited long enough already.
-        if (m_queue->count() > 0) {
+        if (m_queue->claimable() > 0) {
             sendBatch();
             return;
         }
@@ -119,6 +124,7 @@ void StatisticsSender::onReplyFinished()
                                     .arg(m_rowsInFlight.size())
                                     .arg(JsonWebService::failure(reply))
                                     .arg(m_retryDelayMs / 1000.0);
+        m_queue->release(m_rowsInFlight);
         m_rowsInFlight.clear();
         m_timer.start(m_retryDelayMs);
     }
@@ -133,5 +139,7 @@ void StatisticsSender::dropReply()
     m_reply->abort();
     m_reply->deleteLater();
     m_reply = nullptr;
+    // Unanswered: the next shell, or the next run, sends them.
+    m_queue->release(m_rowsInFlight);
     m_rowsInFlight.clear();
 }

@@ -1,8 +1,9 @@
 // Sends the queued usage events to the statistics service as JSON batches. A
-// batch leaves the queue only once the service acknowledged it (HTTP 2xx), so
-// a service that is down, slow or failing loses nothing; failed batches are
-// retried after a delay that doubles up to a ceiling. Lives on a thread with an
-// event loop (the main thread).
+// batch is claimed in the queue before it goes, so that no other shell sends
+// it too, and leaves the queue only once the service acknowledged it (HTTP
+// 2xx), so a service that is down, slow or failing loses nothing; a failed
+// batch is given back and retried after a delay that doubles up to a ceiling.
+// Lives on a thread with an event loop (the main thread).
 #pragma once
 
 #include <QList>
@@ -34,9 +35,6 @@ public:
     // batch still unanswered then is abandoned and stays queued. Nothing is sent
     // afterwards.
     void flushAtExit(int boundMs);
-
-    // The request body of a batch.
-    static QJsonDocument batchDocument(const QList<QueuedEvent> &events);
 
 signals:
     // Nothing in flight and nothing to send before the next timer.

@@ -72,7 +72,8 @@ EventQueue *UsageStatistics::queue()
 {
     if (!m_queueTried) {
         m_queueTried = true;
-        auto queue = std::make_unique<EventQueue>(m_config.databasePath, m_config.maxEvents);
+        auto queue = std::make_unique<EventQueue>(m_config.databasePath, m_config.maxEvents,
+                                                  m_config.claimTimeoutMs);
         if (queue->open())
             m_queue = std::move(queue);
     }

@@ -38,10 +38,9 @@ public:
     // their way, makes the last bounded sending and stops taking events.
     void shutdown();
 
+private:
     // The queue, opened on first use; nullptr when it is unusable.
     EventQueue *queue();
-
-private:
     void store(const QueuedEvent &event);
     StatisticsSender *sender();
 
