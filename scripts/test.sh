@@ -10,7 +10,7 @@ source scripts/common.sh
 # Seconds per fuzz target: a smoke run, the long runs are scripts/fuzz.sh's.
 readonly FUZZ_SECONDS="${KX_FUZZ_SECONDS:-3}"
 
-ensure_packages file   # CPack reads the binaries' types with it to compute Depends
+ensure_packages file parallel   # file: CPack reads the binaries' types; parallel: the fleet recipe
 build_tree
 fuzz_status=0
 scripts/fuzz.sh "$FUZZ_SECONDS" || fuzz_status=$?

@@ -1,7 +1,8 @@
 // Remote mode end to end: korvex-shell -r against the device simulator, for
 // devices ping and the start-up connection test, the connection kept or not
 // by agent version, a reply that comes after its request gave up, a device
-// that closes or restarts, and command files that are pipes.
+// that closes or restarts, command files that are pipes, and one command file
+// run against a fleet of devices at once.
 #include <QtTest>
 
 #include <memory>
@@ -54,6 +55,7 @@ private slots:
     void lateReplyTakenByNextRequest();
     void pipedFileAcrossDeviceRestart_data();
     void pipedFileAcrossDeviceRestart();
+    void fleet();
 };
 
 void TestRemote::ping_data()
@@ -186,6 +188,34 @@ void TestRemote::pipedFileAcrossDeviceRestart()
     const QString log = runner.log();
     QCOMPARE(log.count(Reconnection), 1);
     QVERIFY2(!log.contains("Timeout"), qPrintable(log));
+}
+
+// The recipe of the README: two devices played by one simulator, and an
+// address where nothing answers; each output apart and labelled, one failure counted.
+void TestRemote::fleet()
+{
+    if (QStandardPaths::findExecutable("parallel").isEmpty())
+        QSKIP("GNU parallel is not installed");
+    const std::unique_ptr<DevSim> sim = startSim({"--address", "127.0.0.38"});
+    QVERIFY(sim && sim->address() != "127.0.0.38");
+    ShellRunner runner;
+    runner.environment().insert("KX_SHELL", ShellRunner::shellBinary());
+    QProcess fleet;
+    fleet.setProcessEnvironment(runner.environment());
+    fleet.start(KORVEX_SOURCE_DIR "/scripts/fleet.sh", {runner.writeCommandFile("commands", "battery setlevel 30\n"),
+                                                        sim->address(), DeadAddress, "127.0.0.38"});
+    QVERIFY(fleet.waitForFinished(60000));
+    const QStringList lines = QString::fromUtf8(fleet.readAllStandardOutput()).split('\n');
+    for (const QString &address : {sim->address(), QStringLiteral("127.0.0.38")})
+        QVERIFY(lines.contains(address + "\tBattery level set to: 30%"));
+    QVERIFY(lines.contains(DeadAddress + "\tDevice unreachable."));
+    // Each device's lines together: three runs of labels, one per device.
+    QStringList labels;
+    for (const QString &line : lines.filter("\t"))
+        if (labels.isEmpty() || labels.last() != line.section('\t', 0, 0))
+            labels << line.section('\t', 0, 0);
+    QCOMPARE(labels.size(), 3);
+    QCOMPARE(fleet.exitCode(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestRemote)

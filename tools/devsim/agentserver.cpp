@@ -43,8 +43,9 @@ Reply error(Status::Code code, const char *description)
 
 } // namespace
 
-AgentServer::AgentServer(const SimOptions &options, DeviceState &state, RequestLog &log, QObject *parent)
-    : QObject(parent), m_options(options), m_state(state), m_log(log)
+AgentServer::AgentServer(const SimOptions &options, const QHostAddress &address, const QString &tag,
+                         RequestLog &log, QObject *parent)
+    : QObject(parent), m_options(options), m_address(address), m_tag(tag), m_log(log)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &AgentServer::accept);
     // Checked when the options were read.
@@ -54,10 +55,15 @@ AgentServer::AgentServer(const SimOptions &options, DeviceState &state, RequestL
 
 bool AgentServer::listen(QString &error)
 {
-    if (m_server.listen(m_options.address, m_options.port))
+    if (m_server.listen(m_address, m_options.port))
         return true;
     error = m_server.errorString();
     return false;
+}
+
+void AgentServer::log(const QString &line)
+{
+    m_log.write(m_tag + line);
 }
 
 void AgentServer::accept()
@@ -70,7 +76,7 @@ void AgentServer::accept()
         connection.undecodable->setInterval(UndecodableGraceMs);
         connect(connection.undecodable, &QTimer::timeout, this, [this, socket] { dropUndecodable(socket); });
         m_connections.insert(socket, connection);
-        m_log.write(QStringLiteral("connect %1").arg(connection.id));
+        log(QStringLiteral("connect %1").arg(connection.id));
 
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { receive(socket); });
@@ -105,7 +111,7 @@ void AgentServer::dropUndecodable(QTcpSocket *socket)
     if (!m_connections.contains(socket) || m_connections[socket].buffer.isEmpty())
         return;
     Connection &connection = m_connections[socket];
-    m_log.write(QStringLiteral("undecodable %1 %2").arg(connection.id).arg(QString::fromLatin1(connection.buffer.toHex())));
+    log(QStringLiteral("undecodable %1 %2").arg(connection.id).arg(QString::fromLatin1(connection.buffer.toHex())));
     connection.buffer.clear();
 }
 
@@ -114,7 +120,7 @@ void AgentServer::closed(QTcpSocket *socket)
     if (!m_connections.contains(socket))
         return;
     dropUndecodable(socket);
-    m_log.write(QStringLiteral("disconnect %1").arg(m_connections.value(socket).id));
+    log(QStringLiteral("disconnect %1").arg(m_connections.value(socket).id));
     m_connections.remove(socket);
     socket->deleteLater();
 }
@@ -122,7 +128,7 @@ void AgentServer::closed(QTcpSocket *socket)
 void AgentServer::handle(QTcpSocket *socket, const Korvex::Request &request)
 {
     const int id = m_connections.value(socket).id;
-    m_log.write(QStringLiteral("request %1 %2").arg(id).arg(QString::fromStdString(request.ShortDebugString())));
+    log(QStringLiteral("request %1 %2").arg(id).arg(QString::fromStdString(request.ShortDebugString())));
 
     const Fault fault = faultFor(request, id);
     const bool faulty = fault.any();
@@ -146,7 +152,7 @@ Fault AgentServer::faultFor(const Korvex::Request &request, int connectionId)
         QString description;
         fault = m_randomFaults.draw(description);
         if (fault.any())
-            m_log.write(QStringLiteral("fault %1 %2").arg(connectionId).arg(description));
+            log(QStringLiteral("fault %1 %2").arg(connectionId).arg(description));
     }
     if (fault.any())
         ++m_faultsPlayed;

@@ -20,9 +20,12 @@ class AgentServer : public QObject
     Q_OBJECT
 
 public:
-    AgentServer(const SimOptions &options, DeviceState &state, RequestLog &log, QObject *parent = nullptr);
+    // tag starts each of its log lines: empty for a single device.
+    AgentServer(const SimOptions &options, const QHostAddress &address, const QString &tag, RequestLog &log,
+                QObject *parent = nullptr);
 
     bool listen(QString &error);
+    DeviceState &state() { return m_state; }
 
 private:
     struct Connection
@@ -42,9 +45,12 @@ private:
     QByteArray faultyReply(const Fault &fault, const Korvex::Reply &normal) const;
     void deliver(QTcpSocket *socket, const QByteArray &bytes, const Fault &fault);
     void write(QTcpSocket *socket, const QByteArray &bytes, const Fault &fault);
+    void log(const QString &line);
 
     const SimOptions &m_options;
-    DeviceState &m_state;
+    const QHostAddress m_address;
+    const QString m_tag;
+    DeviceState m_state;
     RequestLog &m_log;
     QTcpServer m_server;
     QHash<QTcpSocket *, Connection> m_connections;

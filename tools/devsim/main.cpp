@@ -5,7 +5,9 @@
 
 #include <csignal>
 #include <cstdio>
+#include <memory>
 #include <unistd.h>
+#include <vector>
 
 #include "agentserver.h"
 #include "devicestate.h"
@@ -30,6 +32,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName("korvex-devsim");
+    QCoreApplication::setApplicationVersion(QStringLiteral(KORVEX_VERSION));
 
     SimOptions options;
     const int status = parseOptions(app.arguments(), options);
@@ -37,15 +40,6 @@ int main(int argc, char **argv)
         return status;
 
     QTextStream err(stderr);
-    DeviceState state;
-    for (const auto &setting : options.settings) {
-        QString error;
-        if (!state.set(setting.first, setting.second, error)) {
-            err << "korvex-devsim: " << error << Qt::endl;
-            return ExitUsage;
-        }
-    }
-
     RequestLog log;
     QString error;
     if (!log.open(options.logPath, error)) {
@@ -53,14 +47,26 @@ int main(int argc, char **argv)
         return ExitFailure;
     }
 
-    AgentServer server(options, state, log);
-    if (!server.listen(error)) {
-        err << "korvex-devsim: cannot listen on " << options.address.toString() << ":" << options.port << ": "
-            << error << Qt::endl;
-        return ExitFailure;
+    // Each device its own state; with several, each log line says whose it is.
+    std::vector<std::unique_ptr<AgentServer>> devices;
+    for (const QHostAddress &address : options.addresses) {
+        const QString tag = options.addresses.size() > 1 ? address.toString() + ' ' : QString();
+        devices.push_back(std::make_unique<AgentServer>(options, address, tag, log));
+        for (const auto &setting : options.settings) {
+            if (!devices.back()->state().set(setting.first, setting.second, error)) {
+                err << "korvex-devsim: " << error << Qt::endl;
+                return ExitUsage;
+            }
+        }
+        if (!devices.back()->listen(error)) {
+            err << "korvex-devsim: cannot listen on " << address.toString() << ":" << options.port << ": " << error
+                << Qt::endl;
+            return ExitFailure;
+        }
     }
     std::signal(SIGINT, stop);
     std::signal(SIGTERM, stop);
-    QTextStream(stdout) << "listening on " << options.address.toString() << ":" << options.port << Qt::endl;
+    for (const QHostAddress &address : options.addresses)
+        QTextStream(stdout) << "listening on " << address.toString() << ":" << options.port << Qt::endl;
     return app.exec();
 }

@@ -43,7 +43,9 @@ int parseOptions(const QStringList &arguments, SimOptions &options)
     QCommandLineParser parser;
     parser.setApplicationDescription(Description);
     parser.addHelpOption();
-    const QCommandLineOption address("address", "Address to listen on (required).", "ADDRESS");
+    parser.addVersionOption();
+    const QCommandLineOption address("address", "Address to listen on (required); repeated, one device per "
+                                                "address, each with its own state.", "ADDRESS");
     const QCommandLineOption port("port", "Port to listen on (default 22666).", "PORT", "22666");
     const QCommandLineOption log("log", "Append the request log to FILE (default stderr).", "FILE");
     const QCommandLineOption set("set", "Initial value of a parameter, e.g. BatteryLevel=87 (repeatable).",
@@ -87,11 +89,24 @@ int parseOptions(const QStringList &arguments, SimOptions &options)
         QTextStream(stdout) << parser.helpText();
         return 0;
     }
+    if (parser.isSet("version")) {
+        QTextStream(stdout) << QCoreApplication::applicationName() << ' ' << QCoreApplication::applicationVersion()
+                            << Qt::endl;
+        return 0;
+    }
     if (!parser.positionalArguments().isEmpty())
         return fail("unexpected argument: " + parser.positionalArguments().first());
 
-    if (!parser.isSet(address) || !options.address.setAddress(parser.value(address)))
+    if (!parser.isSet(address))
         return fail("--address needs an IP address");
+    for (const QString &text : parser.values(address)) {
+        const QHostAddress parsed(text);
+        if (parsed.isNull())
+            return fail("--address needs an IP address: " + text);
+        if (options.addresses.contains(parsed))
+            return fail("--address given twice: " + text);
+        options.addresses << parsed;
+    }
     bool ok = false;
     const uint portNumber = parser.value(port).toUInt(&ok);
     if (!ok || portNumber == 0 || portNumber > 65535)

@@ -40,7 +40,8 @@ struct Fault
 
 struct SimOptions
 {
-    QHostAddress address;
+    // One device per address, each with its own state; all on the same port.
+    QList<QHostAddress> addresses;
     quint16 port = 22666;
     QString logPath;
     QList<QPair<QString, QString>> settings; // --set NAME=VALUE, in order
