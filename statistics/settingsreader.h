@@ -1,6 +1,7 @@
 // Reads one key of the settings stores, or the default when it is absent. The
-// statistics and web-service settings are parsed through it so that tests can
-// feed values without touching the user's stores.
+// statistics and web-service settings are parsed from such a reader rather
+// than from the stores themselves, so that their parsing depends on nothing
+// but the keys it is given.
 #pragma once
 
 #include <functional>
