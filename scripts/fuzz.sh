@@ -12,7 +12,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
 
-readonly ALL_TARGETS=(fuzz_receive fuzz_reply fuzz_dispatch fuzz_versions fuzz_vboxoutput)
+readonly ALL_TARGETS=(fuzz_receive fuzz_reply fuzz_dispatch fuzz_versions fuzz_vboxoutput fuzz_gpx fuzz_kml fuzz_nmea)
 readonly FUZZ_DIR="${KX_FUZZ_BUILD_DIR:-build-fuzz}"
 readonly SANITIZERS="address,undefined"
 # A single input taking longer than this counts as a hang.
@@ -33,6 +33,8 @@ if [ ! -f "$FUZZ_DIR/CMakeCache.txt" ]; then
         -DCMAKE_CXX_FLAGS_DEBUG="-O1 -gline-tables-only" \
         -DCMAKE_CXX_FLAGS="-fsanitize=fuzzer-no-link,$SANITIZERS -fno-sanitize-recover=undefined -fno-omit-frame-pointer" \
         -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=$SANITIZERS" >/dev/null
+else
+    cmake "$FUZZ_DIR" >/dev/null # a tree configured before a target was added learns of it
 fi
 cmake --build "$FUZZ_DIR" -j"$(nproc)" --target "${targets[@]}"
 

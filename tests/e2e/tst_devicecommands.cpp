@@ -112,7 +112,6 @@ void TestDeviceCommands::command_data()
         {"gps setstatus enabledx", "", "GPS status set to: enabledx", Ok, "set GpsStatus Bool false"},
         {"gps setstatus on", "", "Available status: \"enabled\" or \"disabled\"", Err, ""},
         {"gps getlatitude", "--set|GpsLatitude=48.856614", "GPS Latitude: 48.8566", Ok, "get GpsLatitude"},
-        {"gps getlatitude", "--info|note", "Unknown error. Result code: 7", Err, "get GpsLatitude"},
         {"gps setlatitude -90", "", "GPS Latitude set to: -90", Ok, "set GpsLatitude Float -90"},
         {"gps setlatitude 90", "", "Syntax error: Expected a value in [-90; 90] but got 90", Err, ""},
         {"gps setlatitude 90", Local, "Syntax error: Expected a value in [-90; 90] but got 90", Err, ""},

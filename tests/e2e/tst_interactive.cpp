@@ -152,10 +152,8 @@ void TestInteractive::keys_data()
     // The first Up erases nothing; later ones erase the stored entry's length.
     row("typed text stays on screen", "pause 0\nversion\nab<up>xy<up>\n",
         "pause 0\n$ version\n<version>$ abversionxy<erase7>pause 0\n$ ");
-    row("quit", "quit\n", "quit\nExiting...\n");
     row("tab completes the verb", "vers<tab>\n", "vers\r$ version \n<version>$ ");
     row("tab, any case", "BaT<tab>getl<tab>", "BaT\r$ battery getl\r$ battery getlevel ");
-    row("tab keeps the typed context", "BATTERY getl<tab>", "BATTERY getl\r$ BATTERY getlevel ");
     row("tab never offers the hidden alias", "phone b<tab>", "phone b\r$ phone baseband ");
     row("tab without a match", "zzz<tab>", "zzz\r$ zzz");
     row("tab after three words", "gps setlatitude <tab>", "gps setlatitude \r$ gps setlatitude ");

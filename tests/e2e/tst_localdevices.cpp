@@ -56,6 +56,13 @@ void useFake(ShellRunner &runner, const QJsonObject &state)
     environment.insert("KX_FAKE_VBOX_LOG", runner.home() + "/vbox-calls.log");
 }
 
+// Runs "devices list" on a host the fake plays.
+ShellResult listDevices(ShellRunner &runner, const QJsonObject &state)
+{
+    useFake(runner, state);
+    return runner.run({"-c", "devices list"});
+}
+
 QStringList fakeLog(const ShellRunner &runner)
 {
     QFile file(runner.home() + "/vbox-calls.log");
@@ -121,8 +128,7 @@ private slots:
                                             machine("Phone A", "a1", "running", AgentAddress),
                                             machine("zeta", "z1", "poweroff")});
         ShellRunner runner;
-        useFake(runner, state);
-        const ShellResult result = runner.run({"-c", "devices list"});
+        const ShellResult result = listDevices(runner, state);
         QVERIFY2(result.finished && result.exitCode != SanitizerReport, result.err.constData());
         QCOMPARE(QString::fromUtf8(result.out),
                  Start + Welcome + "\nKorvex virtual device selected: Phone A\n\n" + Header
@@ -169,8 +175,7 @@ private slots:
             expected << entry.section(':', 1);
         }
         ShellRunner runner;
-        useFake(runner, QJsonObject{{"version", version}, {"machines", machines}});
-        const ShellResult result = runner.run({"-c", "devices list"});
+        const ShellResult result = listDevices(runner, QJsonObject{{"version", version}, {"machines", machines}});
         QVERIFY2(result.finished && result.exitCode != SanitizerReport, result.err.constData());
         QStringList actual;
         // Status and address: the devices have none, the running one included.
@@ -228,8 +233,7 @@ private slots:
             device.insert(it.key(), it.value());
         host.insert("machines", QJsonArray{device});
         ShellRunner runner;
-        useFake(runner, host);
-        const ShellResult result = runner.run({"-c", "devices list"});
+        const ShellResult result = listDevices(runner, host);
         QVERIFY2(result.finished && result.exitCode != SanitizerReport, result.err.constData());
         QCOMPARE(tableRows(result.out), QStringList{"Phone " + row});
         QVERIFY2(runner.log().contains(logged), qPrintable(runner.log()));
@@ -264,8 +268,7 @@ private slots:
         QFETCH(int, markersRead);
 
         ShellRunner runner;
-        useFake(runner, QJsonObject{{"machines", before}});
-        QVERIFY(runner.run({"-c", "devices list"}).finished);
+        QVERIFY(listDevices(runner, QJsonObject{{"machines", before}}).finished);
         QFile kept(runner.home() + "/Korvex/vboxmanage-machines.json");
         QVERIFY(kept.open(QIODevice::ReadWrite));
         QString content = QString::fromUtf8(kept.readAll());

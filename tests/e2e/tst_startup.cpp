@@ -60,7 +60,6 @@ void TestStartup::run_data()
 
     QTest::newRow("-h") << QStringList{"-h"} << none << noAgent << usage() << 0;
     QTest::newRow("-H after another option") << QStringList{"-c", "version", "-H"} << none << noAgent << usage() << 0;
-    QTest::newRow("options after -h unread") << QStringList{"-h", "-x"} << none << noAgent << usage() << 0;
     QTest::newRow("unknown option") << QStringList{"-x"} << none << noAgent << unknown << 1;
     QTest::newRow("missing argument") << QStringList{"-c"} << none << noAgent << unknown << 1;
     QTest::newRow("missing file") << QStringList{"-F", "<home>/missing.txt"} << none << noAgent << missing << 1;

@@ -43,6 +43,6 @@ korvex-shell|-|-h -r -c -f
 -r|1|
 -f|$root/fs/usr/b|$root/fs/usr/bin
 TABLE
-got=$(bash -c 'compopt() { :; }; source "$1"; _korvex_route korvex-route --s korvex-route; echo "${COMPREPLY[*]}"' _ \
+got=$(bash -c 'compopt() { :; }; source "$1"; _korvex_route korvex-route --m korvex-route; echo "${COMPREPLY[*]}"' _ \
     "$root/fs/usr/share/bash-completion/completions/korvex-route")
-[ "$got" = --speed ] || fail "completion of korvex-route --s: '$got', expected '--speed'"
+[ "$got" = --max-pause ] || fail "completion of korvex-route --m: '$got', expected '--max-pause'"

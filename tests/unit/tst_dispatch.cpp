@@ -168,23 +168,18 @@ void TestDispatch::checks_data()
     const QString range = "Syntax error: Expected a value in [-90; 90] but got %1\n";
     const QString c = "C";
 
-    QTest::newRow("count exact") << count({"a"}, 1, false) << "" << c;
     QTest::newRow("count too many") << count({"a", "b"}, 1, false) << counted.arg(2) << c;
-    QTest::newRow("or more, more") << count({"a", "b"}, 1, true) << "" << c;
     QTest::newRow("or more, too few") << count({}, 1, true) << counted.arg(0) << c;
-    QTest::newRow("integer") << integer({"x", "-7"}, 1) << "" << c;
     QTest::newRow("trailing letter") << integer({"5x"}, 0) << notInteger.arg(1) << c;
     QTest::newRow("hexadecimal") << integer({"1", "0x10"}, 1) << notInteger.arg(2) << c;
     QTest::newRow("beyond 32 bits") << integer({"2147483648"}, 0) << notInteger.arg(1) << c;
     QTest::newRow("integer missing") << integer({"1", "2"}, 2) << "Syntax error: Command expects parameter nb 3 to "
                                         "be of type Integer, but received only 2 parameters\n" << c;
     QTest::newRow("bounds included") << limits("90", -90, 90, true, true) << "" << c;
-    QTest::newRow("lower included") << limits("-90", -90, 90, true, true) << "" << c;
     QTest::newRow("exponent") << limits("9e1", -90, 90, true, true) << "" << c;
     QTest::newRow("upper excluded") << limits("90", -90, 90, true, false) << range.arg(90) << c;
     QTest::newRow("lower excluded") << limits("-90", -90, 90, false, true) << range.arg(-90) << c;
     QTest::newRow("above") << limits("90.5", -90, 90, true, true) << range.arg(90.5) << c;
-    QTest::newRow("below") << limits("-91", -90, 90, true, true) << range.arg(-91) << c;
     QTest::newRow("not a number") << limits("north", -90, 90, true, true) << range.arg("north") << c;
     QTest::newRow("decimal comma") << limits("48,85", -90, 90, true, true) << "" << "de_DE";
     QTest::newRow("decimal point refused") << limits("48.85", -90, 90, true, true) << range.arg("48.85") << "de_DE";

@@ -1,4 +1,5 @@
-// GPX 1.0 and 1.1: track points, or route points when there is no track.
+// GPX 1.0 and 1.1: the tracks (trk) with their segments, or the routes (rte)
+// when the file has no track.
 #pragma once
 
 #include "track.h"

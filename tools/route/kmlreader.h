@@ -1,5 +1,6 @@
-// KML: the coordinates of every LineString and the points of every gx:Track,
-// in document order. Placemark points are places, not a path, and are left out.
+// KML: every Placemark with a path is a track, and each of its LineString or
+// gx:Track elements (several in a MultiGeometry or gx:MultiTrack) a segment, in
+// document order. Placemark points are places, not a path, and are left out.
 #pragma once
 
 #include "track.h"

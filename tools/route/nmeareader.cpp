@@ -1,7 +1,10 @@
 // NMEA reader. A receiver writes several sentences per fix, all with the same
 // time of day: consecutive sentences with the same time make one point (GGA
-// brings the altitude). Sentences without a fix are dropped without counting;
-// other sentence types are ignored once their checksum is right.
+// brings the altitude). Real logs carry noise (a logger's header, lines cut
+// or garbled when the receiver or the logger restarted, bad checksums): those
+// lines are skipped and counted. Sentences without a fix are dropped without
+// counting; other sentence types, proprietary ones included, are ignored once
+// their checksum is right.
 #include "nmeareader.h"
 
 #include "textvalues.h"
@@ -15,16 +18,18 @@ enum class Sentence { Rmc, Gga };
 
 struct SentenceType
 {
-    const char *id;
+    const char *formatter; // after the two letters of the talker
     Sentence type;
 };
 
 const SentenceType SentenceTypes[] = {
-    {"GPRMC", Sentence::Rmc},
-    {"GNRMC", Sentence::Rmc},
-    {"GPGGA", Sentence::Gga},
-    {"GNGGA", Sentence::Gga},
+    {"RMC", Sentence::Rmc},
+    {"GGA", Sentence::Gga},
 };
+
+constexpr int TalkerLength = 2;
+// A log is told by a sentence within this many lines of its start.
+constexpr int SniffedLines = 100;
 
 // Both sentences start with the time of day.
 constexpr int TimeField = 1;
@@ -45,10 +50,19 @@ const Layout GgaLayout = {2, 6, 9, 10};
 constexpr int SecondsPerDay = 24 * 3600;
 constexpr double MinutesPerDegree = 60;
 
-// The part between '$' and '*' when the two hex digits after '*' are its checksum.
+// A line as text, whole: a NUL byte (left by a receiver's binary output) does
+// not end it.
+QString lineText(const QByteArray &bytes)
+{
+    return QString::fromLatin1(bytes.constData(), bytes.size()).trimmed();
+}
+
+// The part between '$' and '*' of the sentence that ends the line, when the two
+// hex digits after '*' are its checksum. Bytes before its '$' (a sentence cut
+// short, a logger's time stamp) are not part of it.
 std::optional<QString> checkedBody(const QString &line)
 {
-    static const QRegularExpression shape(QStringLiteral("^\\$([^*$]*)\\*([0-9A-Fa-f]{2})$"));
+    static const QRegularExpression shape(QStringLiteral("\\$([^*$]*)\\*([0-9A-Fa-f]{2})$"));
     const QRegularExpressionMatch match = shape.match(line);
     if (!match.hasMatch())
         return std::nullopt;
@@ -121,10 +135,14 @@ Outcome readFix(Sentence type, const QStringList &fields, TrackPoint &point)
     return Outcome::Point;
 }
 
+// A proprietary sentence ("$P" and a maker's code) is never one of ours, even
+// when its name ends like one ($PGRMC is a receiver's configuration).
 std::optional<Sentence> sentenceType(const QString &id)
 {
+    if (id.size() != TalkerLength + 3 || id.startsWith('P'))
+        return std::nullopt;
     for (const SentenceType &known : SentenceTypes) {
-        if (id == QLatin1String(known.id))
+        if (id.midRef(TalkerLength) == QLatin1String(known.formatter))
             return known.type;
     }
     return std::nullopt;
@@ -139,7 +157,7 @@ void unwrapMidnights(QVector<TrackPoint> &points)
     for (TrackPoint &point : points) {
         if (!point.time)
             continue;
-        if (previous && *point.time + days * SecondsPerDay < *previous)
+        while (previous && *point.time + days * SecondsPerDay < *previous)
             ++days;
         *point.time += days * SecondsPerDay;
         previous = point.time;
@@ -148,13 +166,25 @@ void unwrapMidnights(QVector<TrackPoint> &points)
 
 } // namespace
 
+bool looksLikeNmea(const QByteArray &start)
+{
+    const QList<QByteArray> lines = start.split('\n');
+    for (int i = 0; i < std::min(int(lines.size()), SniffedLines); ++i) {
+        if (checkedBody(lineText(lines[i])))
+            return true;
+    }
+    return false;
+}
+
 ReadResult readNmea(QIODevice &device)
 {
     ReadResult result;
     Track &track = result.track;
-    QString lastTime; // time field of the last point, to merge sentences of one fix
+    track.trackNames = QStringList{QString()};
+    int withoutFix = 0;
+    std::optional<double> lastTime; // time of the last point, to merge sentences of one fix
     for (qint64 line = 1; !device.atEnd(); ++line) {
-        const QString text = QString::fromLatin1(device.readLine()).trimmed();
+        const QString text = lineText(device.readLine());
         if (text.isEmpty())
             continue;
         const auto body = checkedBody(text);
@@ -166,22 +196,28 @@ ReadResult readNmea(QIODevice &device)
         point.line = line;
         const Outcome outcome = type ? readFix(*type, fields, point) : Outcome::Bad;
         if (outcome == Outcome::Bad) {
-            if (track.badSentences++ == 0)
-                track.firstBadLine = line;
+            if (track.skippedLines++ == 0)
+                track.firstSkippedLine = line;
             continue;
         }
-        if (outcome == Outcome::NoFix)
+        if (outcome == Outcome::NoFix) {
+            ++withoutFix;
             continue;
-        const QString time = fields[TimeField];
-        if (!track.points.isEmpty() && !time.isEmpty() && time == lastTime) {
+        }
+        if (!track.points.isEmpty() && point.time && point.time == lastTime) {
             TrackPoint &same = track.points.last();
             if (!same.altitude)
                 same.altitude = point.altitude;
             continue;
         }
         track.points.append(point);
-        lastTime = time;
+        lastTime = point.time;
     }
+    if (track.points.isEmpty())
+        result.error = QStringLiteral("no usable fix: %1 RMC or GGA sentence(s) without a fix, %2 line(s) that are "
+                                      "not valid NMEA sentences")
+                           .arg(withoutFix)
+                           .arg(track.skippedLines);
     unwrapMidnights(track.points);
     return result;
 }

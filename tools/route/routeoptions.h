@@ -2,6 +2,7 @@
 #pragma once
 
 #include "schedule.h"
+#include "trackchoice.h"
 
 #include <QStringList>
 
@@ -10,6 +11,8 @@ struct RouteOptions
     QString track;
     Timing timing;
     std::optional<double> accuracy;
+    TrackChoice choice;
+    QString geoJsonPath; // set: the route as played is also written there
 };
 
 // Parses the arguments; --help and --version print and exit here, and so does

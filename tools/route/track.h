@@ -1,8 +1,10 @@
-// A track as the readers hand it over: points in file order, each with the line
-// of the file it came from so later checks can name it.
+// A track file as the readers hand it over: points in file order, each with the
+// line of the file it came from so later checks can name it, and the track and
+// segment of the file it belongs to.
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 #include <QXmlStreamReader>
 #include <optional>
@@ -14,13 +16,16 @@ struct TrackPoint
     std::optional<double> altitude;
     std::optional<double> time; // seconds on any fixed origin; only differences matter
     qint64 line = 0;
+    int track = 0;   // index into Track::trackNames
+    int segment = 0; // from 0 within its track
 };
 
 struct Track
 {
     QVector<TrackPoint> points;
-    int badSentences = 0; // NMEA lines skipped for a bad checksum or bad fields
-    qint64 firstBadLine = 0;
+    QStringList trackNames; // one per track of the file, empty when unnamed
+    int skippedLines = 0;   // NMEA lines that are not valid sentences
+    qint64 firstSkippedLine = 0;
 };
 
 // What a reader returns: a track, or an error that names the line when it can.
@@ -29,6 +34,16 @@ struct ReadResult
     Track track;
     QString error;
 };
+
+// The end of the run of points from `first` on that share its track and segment.
+inline int segmentEnd(const QVector<TrackPoint> &points, int first)
+{
+    int end = first + 1;
+    while (end < points.size() && points[end].track == points[first].track
+           && points[end].segment == points[first].segment)
+        ++end;
+    return end;
+}
 
 inline QString lineError(qint64 line, const QString &message)
 {

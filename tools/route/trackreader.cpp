@@ -1,5 +1,5 @@
 // Format sniffing: an XML document is told by its root element, an NMEA log by
-// its leading '$'; the file extension is not trusted.
+// a sentence near its start; the file extension is not trusted.
 #include "trackreader.h"
 
 #include "gpxreader.h"
@@ -23,6 +23,9 @@ const XmlFormat XmlFormats[] = {
     {"gpx", readGpx},
     {"kml", readKml},
 };
+
+// Enough for the header of any logger, and for its first lines of sentences.
+constexpr int SniffedBytes = 64 * 1024;
 
 const QString UnknownFormat = QStringLiteral("unknown track format (expected GPX, KML or an NMEA log)");
 
@@ -54,7 +57,7 @@ ReadResult readTrackFile(const QString &path)
     if (file.error() != QFileDevice::NoError)
         return {{}, QStringLiteral("cannot read the file: %1").arg(file.errorString())};
 
-    QByteArray start = content.left(256);
+    QByteArray start = content.left(SniffedBytes);
     if (start.startsWith("\xEF\xBB\xBF"))
         start.remove(0, 3);
     start = start.trimmed();
@@ -64,7 +67,7 @@ ReadResult readTrackFile(const QString &path)
     ReadResult result;
     if (start.startsWith('<')) {
         result = readXml(content);
-    } else if (start.startsWith('$')) {
+    } else if (looksLikeNmea(start)) {
         QBuffer buffer;
         buffer.setData(content);
         buffer.open(QIODevice::ReadOnly);

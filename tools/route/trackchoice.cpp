@@ -1,0 +1,96 @@
+// Choice of a track and segment, and the untimed segments of a timed file.
+#include "trackchoice.h"
+
+#include <algorithm>
+
+namespace {
+
+QString trackLabel(const Track &track, int index)
+{
+    const QString &name = track.trackNames.value(index);
+    return name.isEmpty() ? QStringLiteral("track %1").arg(index + 1)
+                          : QStringLiteral("track %1 \"%2\"").arg(index + 1).arg(name);
+}
+
+// "1, 2 \"Evening run\"": what a user may give to --track.
+QString trackList(const Track &track)
+{
+    QStringList labels;
+    for (int i = 0; i < track.trackNames.size(); ++i)
+        labels << trackLabel(track, i).mid(QStringLiteral("track ").size());
+    return labels.join(QStringLiteral(", "));
+}
+
+int segmentCount(const Track &track, int index)
+{
+    int count = 0;
+    for (const TrackPoint &point : track.points) {
+        if (point.track == index)
+            count = std::max(count, point.segment + 1);
+    }
+    return count;
+}
+
+void keepOnly(Track &track, int index, std::optional<int> segment)
+{
+    track.points.erase(std::remove_if(track.points.begin(), track.points.end(),
+                                      [&](const TrackPoint &point) {
+                                          return point.track != index || (segment && point.segment != *segment);
+                                      }),
+                       track.points.end());
+}
+
+} // namespace
+
+QString choosePart(Track &track, const TrackChoice &choice)
+{
+    int index = -1;
+    if (!choice.track.isEmpty()) {
+        bool number = false;
+        const int given = choice.track.toInt(&number);
+        index = number && given >= 1 && given <= track.trackNames.size() ? given - 1
+                                                                           : track.trackNames.indexOf(choice.track);
+        if (index < 0)
+            return QStringLiteral("no track \"%1\" in the file; its tracks: %2").arg(choice.track, trackList(track));
+    } else if (choice.segment) {
+        if (track.trackNames.size() != 1)
+            return QStringLiteral("--segment needs --track: the file has %1 tracks: %2")
+                .arg(track.trackNames.size())
+                .arg(trackList(track));
+        index = 0;
+    }
+    if (index < 0)
+        return {};
+    const int segments = segmentCount(track, index);
+    if (choice.segment && *choice.segment > segments)
+        return QStringLiteral("%1 has %2 segment(s), not %3")
+            .arg(trackLabel(track, index))
+            .arg(segments)
+            .arg(*choice.segment);
+    keepOnly(track, index, choice.segment ? std::optional<int>(*choice.segment - 1) : std::nullopt);
+    return {};
+}
+
+QStringList dropUntimedSegments(Track &track)
+{
+    QVector<TrackPoint> timed;
+    QStringList notes;
+    for (int first = 0, end = 0; first < track.points.size(); first = end) {
+        const TrackPoint &start = track.points[first];
+        end = segmentEnd(track.points, first);
+        const auto begin = track.points.cbegin() + first;
+        if (std::any_of(begin, track.points.cbegin() + end, [](const TrackPoint &p) { return p.time.has_value(); })) {
+            timed.append(track.points.mid(first, end - first));
+            continue;
+        }
+        const QString label = trackLabel(track, start.track);
+        const QString part = segmentCount(track, start.track) > 1
+                                 ? QStringLiteral("segment %1 of %2").arg(start.segment + 1).arg(label)
+                                 : label;
+        notes << QStringLiteral("skipped %1: it has no times (play it with --speed KMH)").arg(part);
+    }
+    if (timed.isEmpty())
+        return {};
+    track.points = timed;
+    return notes;
+}
