@@ -21,14 +21,15 @@ QString trackList(const Track &track)
     return labels.join(QStringLiteral(", "));
 }
 
-int segmentCount(const Track &track, int index)
+// How many segments each track has, by track index.
+QVector<int> segmentCounts(const Track &track)
 {
-    int count = 0;
+    QVector<int> counts(track.trackNames.size(), 0);
     for (const TrackPoint &point : track.points) {
-        if (point.track == index)
-            count = std::max(count, point.segment + 1);
+        if (point.track >= 0 && point.track < counts.size())
+            counts[point.track] = std::max(counts[point.track], point.segment + 1);
     }
-    return count;
+    return counts;
 }
 
 void keepOnly(Track &track, int index, std::optional<int> segment)
@@ -61,7 +62,7 @@ QString choosePart(Track &track, const TrackChoice &choice)
     }
     if (index < 0)
         return {};
-    const int segments = segmentCount(track, index);
+    const int segments = segmentCounts(track).value(index);
     if (choice.segment && *choice.segment > segments)
         return QStringLiteral("%1 has %2 segment(s), not %3")
             .arg(trackLabel(track, index))
@@ -75,6 +76,7 @@ QStringList dropUntimedSegments(Track &track)
 {
     QVector<TrackPoint> timed;
     QStringList notes;
+    const QVector<int> segments = segmentCounts(track);
     for (int first = 0, end = 0; first < track.points.size(); first = end) {
         const TrackPoint &start = track.points[first];
         end = segmentEnd(track.points, first);
@@ -84,7 +86,7 @@ QStringList dropUntimedSegments(Track &track)
             continue;
         }
         const QString label = trackLabel(track, start.track);
-        const QString part = segmentCount(track, start.track) > 1
+        const QString part = segments.value(start.track) > 1
                                  ? QStringLiteral("segment %1 of %2").arg(start.segment + 1).arg(label)
                                  : label;
         notes << QStringLiteral("skipped %1: it has no times (play it with --speed KMH)").arg(part);
