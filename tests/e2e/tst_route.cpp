@@ -82,9 +82,9 @@ void TestRoute::convert_data()
     QTest::newRow("NMEA RMC and GGA merged, bad sentences counted")
         << "log.nmea" << "log.cmds"
         << "log.nmea: skipped 2 line(s) that are not valid NMEA sentences, the first on line 4";
-    QTest::newRow("NMEA header, cut and binary lines, proprietary sentences, three talkers, midnight")
+    QTest::newRow("NMEA header, cut and binary lines, proprietary, no checksum, three talkers, midnight")
         << "noisy.nmea" << "noisy.cmds"
-        << "noisy.nmea: skipped 5 line(s) that are not valid NMEA sentences, the first on line 1";
+        << "noisy.nmea: skipped 6 line(s) that are not valid NMEA sentences, the first on line 1";
     QTest::newRow("GPX <ele/> and <time/> absent, the untimed point placed by distance")
         << "empty.gpx" << "empty.cmds" << "";
     QTest::newRow("KML empty gx:coord left out with its when, empty when") << "paused.kml" << "paused.cmds" << "";

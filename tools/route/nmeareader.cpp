@@ -42,10 +42,11 @@ struct Layout
     int fix;
     int altitude; // -1 when the sentence has none
     int minimumFields;
+    int wholeFields[2]; // as many as a whole sentence has, name included, by protocol version
 };
 
-const Layout RmcLayout = {3, 2, -1, 10};
-const Layout GgaLayout = {2, 6, 9, 10};
+const Layout RmcLayout = {3, 2, -1, 10, {12, 14}};
+const Layout GgaLayout = {2, 6, 9, 10, {15, 15}};
 
 constexpr int SecondsPerDay = 24 * 3600;
 constexpr double MinutesPerDegree = 60;
@@ -55,24 +56,6 @@ constexpr double MinutesPerDegree = 60;
 QString lineText(const QByteArray &bytes)
 {
     return QString::fromLatin1(bytes.constData(), bytes.size()).trimmed();
-}
-
-// The part between '$' and '*' of the sentence that ends the line, when the two
-// hex digits after '*' are its checksum. Bytes before its '$' (a sentence cut
-// short, a logger's time stamp) are not part of it.
-std::optional<QString> checkedBody(const QString &line)
-{
-    static const QRegularExpression shape(QStringLiteral("\\$([^*$]*)\\*([0-9A-Fa-f]{2})$"));
-    const QRegularExpressionMatch match = shape.match(line);
-    if (!match.hasMatch())
-        return std::nullopt;
-    const QString body = match.captured(1);
-    int sum = 0;
-    for (const QChar c : body)
-        sum ^= c.unicode();
-    if (sum != match.captured(2).toInt(nullptr, 16))
-        return std::nullopt;
-    return body;
 }
 
 // "ddmm.mmmm" or "dddmm.mmmm" with its hemisphere letter, in signed degrees.
@@ -148,6 +131,31 @@ std::optional<Sentence> sentenceType(const QString &id)
     return std::nullopt;
 }
 
+// The fields of the sentence that ends the line, name first. Bytes before its
+// '$' (a sentence cut short, a logger's time stamp) are not part of it. A
+// checksum must be right; without one, as older receivers write, only an RMC
+// or GGA sentence with all its fields counts, since a line cut short has fewer.
+std::optional<QStringList> sentenceFields(const QString &line)
+{
+    static const QRegularExpression shape(QStringLiteral("\\$([^*$]*)(\\*([0-9A-Fa-f]{2}))?$"));
+    const QRegularExpressionMatch match = shape.match(line);
+    if (!match.hasMatch())
+        return std::nullopt;
+    const QString body = match.captured(1);
+    const QStringList fields = body.split(',');
+    if (match.capturedLength(2) > 0) {
+        int sum = 0;
+        for (const QChar c : body)
+            sum ^= c.unicode();
+        return sum == match.captured(3).toInt(nullptr, 16) ? std::optional<QStringList>(fields) : std::nullopt;
+    }
+    const auto type = sentenceType(fields[0]);
+    const Layout &layout = type == Sentence::Rmc ? RmcLayout : GgaLayout;
+    if (!type || fields.size() < layout.wholeFields[0] || fields.size() > layout.wholeFields[1])
+        return std::nullopt;
+    return fields;
+}
+
 // Times of day become a running clock: a time earlier than the one before
 // means midnight has passed.
 void unwrapMidnights(QVector<TrackPoint> &points)
@@ -170,7 +178,7 @@ bool looksLikeNmea(const QByteArray &start)
 {
     const QList<QByteArray> lines = start.split('\n');
     for (int i = 0; i < std::min(int(lines.size()), SniffedLines); ++i) {
-        if (checkedBody(lineText(lines[i])))
+        if (sentenceFields(lineText(lines[i])))
             return true;
     }
     return false;
@@ -187,10 +195,10 @@ ReadResult readNmea(QIODevice &device)
         const QString text = lineText(device.readLine());
         if (text.isEmpty())
             continue;
-        const auto body = checkedBody(text);
-        const QStringList fields = body ? body->split(',') : QStringList();
-        const auto type = body ? sentenceType(fields[0]) : std::nullopt;
-        if (body && !type)
+        const auto sentence = sentenceFields(text);
+        const QStringList fields = sentence.value_or(QStringList());
+        const auto type = sentence ? sentenceType(fields[0]) : std::nullopt;
+        if (sentence && !type)
             continue;
         TrackPoint point;
         point.line = line;
