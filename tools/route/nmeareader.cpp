@@ -48,6 +48,11 @@ struct Layout
 const Layout RmcLayout = {3, 2, -1, 10, {12, 14}};
 const Layout GgaLayout = {2, 6, 9, 10, {15, 15}};
 
+const Layout &layoutOf(Sentence type)
+{
+    return type == Sentence::Rmc ? RmcLayout : GgaLayout;
+}
+
 constexpr int SecondsPerDay = 24 * 3600;
 constexpr double MinutesPerDegree = 60;
 
@@ -93,7 +98,7 @@ enum class Outcome { Point, NoFix, Bad };
 // Reads one RMC or GGA sentence's fields into a point.
 Outcome readFix(Sentence type, const QStringList &fields, TrackPoint &point)
 {
-    const Layout &layout = type == Sentence::Rmc ? RmcLayout : GgaLayout;
+    const Layout &layout = layoutOf(type);
     if (fields.size() < layout.minimumFields)
         return Outcome::Bad;
     const QString &fix = fields[layout.fix];
@@ -150,8 +155,10 @@ std::optional<QStringList> sentenceFields(const QString &line)
         return sum == match.captured(3).toInt(nullptr, 16) ? std::optional<QStringList>(fields) : std::nullopt;
     }
     const auto type = sentenceType(fields[0]);
-    const Layout &layout = type == Sentence::Rmc ? RmcLayout : GgaLayout;
-    if (!type || fields.size() < layout.wholeFields[0] || fields.size() > layout.wholeFields[1])
+    if (!type)
+        return std::nullopt;
+    const Layout &layout = layoutOf(*type);
+    if (fields.size() < layout.wholeFields[0] || fields.size() > layout.wholeFields[1])
         return std::nullopt;
     return fields;
 }

@@ -21,11 +21,6 @@ constexpr double LoopGapSeconds = 1;
 constexpr double LongestRouteSeconds = 100.0 * 365 * 24 * 3600;
 constexpr qint64 MostStops = 10000000;
 
-bool hasTime(const TrackPoint &point)
-{
-    return point.time.has_value();
-}
-
 // The own times of the points of one segment [first, end), which has at least
 // one time. A point without a time lies, by distance along the segment,
 // between its timed neighbours; one before the first or after the last timed

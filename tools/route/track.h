@@ -35,6 +35,11 @@ struct ReadResult
     QString error;
 };
 
+inline bool hasTime(const TrackPoint &point)
+{
+    return point.time.has_value();
+}
+
 // The end of the run of points from `first` on that share its track and segment.
 inline int segmentEnd(const QVector<TrackPoint> &points, int first)
 {

@@ -5,20 +5,24 @@
 
 namespace {
 
-QString trackLabel(const Track &track, int index)
+// 2 "Evening run", or 2 for a track without a name: what a user may give to --track.
+QString trackId(const Track &track, int index)
 {
     const QString &name = track.trackNames.value(index);
-    return name.isEmpty() ? QStringLiteral("track %1").arg(index + 1)
-                          : QStringLiteral("track %1 \"%2\"").arg(index + 1).arg(name);
+    return name.isEmpty() ? QString::number(index + 1) : QStringLiteral("%1 \"%2\"").arg(index + 1).arg(name);
 }
 
-// "1, 2 \"Evening run\"": what a user may give to --track.
+QString trackLabel(const Track &track, int index)
+{
+    return QStringLiteral("track ") + trackId(track, index);
+}
+
 QString trackList(const Track &track)
 {
-    QStringList labels;
+    QStringList ids;
     for (int i = 0; i < track.trackNames.size(); ++i)
-        labels << trackLabel(track, i).mid(QStringLiteral("track ").size());
-    return labels.join(QStringLiteral(", "));
+        ids << trackId(track, i);
+    return ids.join(QStringLiteral(", "));
 }
 
 // How many segments each track has, by track index.
@@ -80,8 +84,7 @@ QStringList dropUntimedSegments(Track &track)
     for (int first = 0, end = 0; first < track.points.size(); first = end) {
         const TrackPoint &start = track.points[first];
         end = segmentEnd(track.points, first);
-        const auto begin = track.points.cbegin() + first;
-        if (std::any_of(begin, track.points.cbegin() + end, [](const TrackPoint &p) { return p.time.has_value(); })) {
+        if (std::any_of(track.points.cbegin() + first, track.points.cbegin() + end, hasTime)) {
             timed.append(track.points.mid(first, end - first));
             continue;
         }
